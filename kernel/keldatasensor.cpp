@@ -1,0 +1,303 @@
+#include "kernel/keldatasensor.h"
+
+#include "kernel/keleventloop.h"
+#include "kernel/kelmutex.h"
+#include "kernel/kelobject.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <optional>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+namespace Ombrin {
+
+namespace {
+
+using EventPtr = std::unique_ptr<CkelDataSensorEvent>;
+
+/// The events that wait for the next pass, and where the newest of each item stands among them.
+class EventQueue
+{
+public:
+    /// Leaves in `event` what it replaced: nothing is destroyed under the sensor's lock.
+    void push(EventPtr& event)
+    {
+        if (event->dataMerge() != CkelDataSensorEvent::Merge) {
+            m_events.push_back(std::move(event));
+            return;
+        }
+        indexNewEvents();
+        const auto [newest, first] = m_newest.try_emplace(keyOf(*event), m_events.size());
+        if (!first && m_events[newest->second]->dataMerge() == CkelDataSensorEvent::Merge) {
+            m_events[newest->second].swap(event);
+            return;
+        }
+        newest->second = m_events.size();
+        m_events.push_back(std::move(event));
+        m_indexed = m_events.size();
+    }
+
+    /// Moves the waiting events behind those of `batch`; the memory of an empty one serves the next ones.
+    void take(std::vector<EventPtr>& batch)
+    {
+        if (batch.empty())
+            m_events.swap(batch);
+        else
+            batch.insert(batch.end(), std::make_move_iterator(m_events.begin()),
+                         std::make_move_iterator(m_events.end()));
+        m_events.clear();
+        m_newest.clear();
+        m_indexed = 0;
+    }
+
+private:
+    static std::uint64_t keyOf(const CkelDataSensorEvent& event)
+    {
+        return std::uint64_t{event.id()} << 32U | static_cast<std::uint32_t>(event.sensorType());
+    }
+
+    // Only merging needs the index, so events without the flag are entered when the first one with it comes.
+    void indexNewEvents()
+    {
+        for (; m_indexed < m_events.size(); ++m_indexed)
+            m_newest[keyOf(*m_events[m_indexed])] = m_indexed;
+    }
+
+    std::vector<EventPtr> m_events;
+    std::unordered_map<std::uint64_t, std::size_t> m_newest;
+    std::size_t m_indexed = 0;
+};
+
+struct Listener
+{
+    CkelObject* object;
+    bool all;
+    std::unordered_set<unsigned int> ids;
+
+    bool wants(unsigned int id) const { return all || ids.count(id) != 0; }
+};
+
+/// An event on its way through the listeners.
+struct Delivery
+{
+    explicit Delivery(EventPtr delivered) : event(std::move(delivered)) {}
+
+    const EventPtr event;
+    std::size_t next = 0;           // of the listeners
+    std::optional<std::size_t> end; // set by the first step: who attaches later waits for the next event
+};
+
+} // namespace
+
+/// One lock guards everything that other threads reach; it is released while a handler runs. The batch in delivery
+/// belongs to the application's thread.
+struct CkelDataSensor::Private
+{
+    void attach(CkelObject& object, bool all, const std::vector<unsigned int>& ids);
+    void wakeLoop() KEL_REQUIRES(mutex);
+    void deliverPending();
+    void deliverBatch();
+    void deliver(Delivery& delivery);
+    CkelObject* nextListener(Delivery& delivery) KEL_REQUIRES(mutex);
+    bool isActive(const CkelObject* object) const KEL_REQUIRES(mutex);
+    void removeDetached() KEL_REQUIRES(mutex);
+
+    CkelMutex mutex;
+    EventQueue queue KEL_GUARDED_BY(mutex);
+    std::shared_ptr<CkelEventLoop> loop KEL_GUARDED_BY(mutex);
+    bool wakePending KEL_GUARDED_BY(mutex) = false;
+
+    std::vector<Listener> listeners KEL_GUARDED_BY(mutex); // a detached one keeps its place while handlers run
+    std::size_t attachedCount KEL_GUARDED_BY(mutex) = 0;
+    std::vector<CkelObject*> active KEL_GUARDED_BY(mutex); // whose handlers run now; several when nested
+    std::thread::id deliveringThread KEL_GUARDED_BY(mutex);
+    std::size_t detaching KEL_GUARDED_BY(mutex) = 0; // calls that wait for a handler to end
+    std::condition_variable_any handlerDone;
+
+    std::vector<EventPtr> batch;
+    std::size_t batchNext = 0;
+    Delivery* current = nullptr; // the innermost when nested; the others are complete
+};
+
+CkelDataSensor::CkelDataSensor() : m_d(std::make_unique<Private>()) {}
+
+CkelDataSensor::~CkelDataSensor() = default;
+
+void CkelDataSensor::post(CkelDataSensorEvent* event)
+{
+    if (!event)
+        return;
+    EventPtr owned(event);
+    const CkelMutexLocker lock(m_d->mutex);
+    if (m_d->attachedCount == 0)
+        return;
+    m_d->queue.push(owned);
+    m_d->wakeLoop();
+}
+
+void CkelDataSensor::attach(CkelObject* object)
+{
+    if (object)
+        m_d->attach(*object, true, {});
+}
+
+void CkelDataSensor::attach(CkelObject* object, const std::vector<unsigned int>& ids)
+{
+    if (object && !ids.empty())
+        m_d->attach(*object, false, ids);
+}
+
+void CkelDataSensor::detach(CkelObject* object)
+{
+    Private& d = *m_d;
+    std::vector<EventPtr> unwanted; // destroyed without the lock
+    const CkelMutexLocker lock(d.mutex);
+    for (Listener& listener : d.listeners) {
+        if (listener.object == object && object) {
+            listener.object = nullptr;
+            --d.attachedCount;
+        }
+    }
+    ++d.detaching;
+    while (d.isActive(object) && d.deliveringThread != std::this_thread::get_id())
+        d.handlerDone.wait(d.mutex);
+    --d.detaching;
+    d.removeDetached();
+    if (d.attachedCount == 0)
+        d.queue.take(unwanted);
+}
+
+void CkelDataSensor::setLoop(std::shared_ptr<CkelEventLoop> loop)
+{
+    const CkelMutexLocker lock(m_d->mutex);
+    m_d->loop = std::move(loop);
+    m_d->wakePending = false;
+    m_d->wakeLoop(); // events may wait, also the rest of a pass that an exception ended
+}
+
+void CkelDataSensor::continuePass()
+{
+    if (!m_d->current)
+        return;
+    const CkelMutexLocker lock(m_d->mutex);
+    m_d->wakeLoop();
+}
+
+void CkelDataSensor::Private::attach(CkelObject& object, bool all, const std::vector<unsigned int>& ids)
+{
+    object.markAttached();
+    const CkelMutexLocker lock(mutex);
+    auto listener = std::find_if(listeners.begin(), listeners.end(),
+                                 [&object](const Listener& known) { return known.object == &object; });
+    if (listener == listeners.end()) {
+        listener = listeners.insert(listener, Listener{&object, false, {}});
+        ++attachedCount;
+    }
+    listener->all = listener->all || all;
+    listener->ids.insert(ids.begin(), ids.end());
+}
+
+void CkelDataSensor::Private::wakeLoop()
+{
+    if (!loop || wakePending)
+        return;
+    wakePending = true;
+    loop->post([this] { deliverPending(); });
+}
+
+void CkelDataSensor::Private::deliverPending()
+{
+    {
+        const CkelMutexLocker lock(mutex);
+        wakePending = false;
+        deliveringThread = std::this_thread::get_id();
+        // What an earlier pass has left comes first: a handler threw, or runs the loop itself.
+        batch.erase(batch.begin(), batch.begin() + static_cast<std::ptrdiff_t>(batchNext));
+        batchNext = 0;
+        queue.take(batch);
+    }
+    if (current)
+        deliver(*current);
+    deliverBatch();
+}
+
+void CkelDataSensor::Private::deliverBatch()
+{
+    Delivery* const outer = current;
+    try {
+        while (batchNext < batch.size()) {
+            Delivery delivery(std::move(batch[batchNext++]));
+            current = &delivery;
+            deliver(delivery);
+            current = outer;
+        }
+    } catch (...) {
+        current = outer;
+        // A handler threw: its event is done with, the others are not.
+        const CkelMutexLocker lock(mutex);
+        wakeLoop();
+        throw;
+    }
+}
+
+void CkelDataSensor::Private::deliver(Delivery& delivery)
+{
+    /// Notes whose handler runs, and lets go of the lock meanwhile.
+    struct Handler
+    {
+        Handler(Private& sensor, CkelObject& receiver) KEL_NO_LOCK_ANALYSIS : d(sensor)
+        {
+            d.active.push_back(&receiver);
+            d.mutex.unlock();
+        }
+        ~Handler() KEL_NO_LOCK_ANALYSIS
+        {
+            d.mutex.lock();
+            d.active.pop_back();
+            if (d.detaching != 0)
+                d.handlerDone.notify_all();
+        }
+        Private& d;
+    };
+
+    const CkelMutexLocker lock(mutex);
+    if (!delivery.end)
+        delivery.end = listeners.size();
+    while (CkelObject* const receiver = nextListener(delivery)) {
+        const Handler running(*this, *receiver);
+        CkelObject::deliver(*receiver, *delivery.event);
+    }
+    removeDetached();
+}
+
+CkelObject* CkelDataSensor::Private::nextListener(Delivery& delivery)
+{
+    while (delivery.next < *delivery.end) {
+        const Listener& listener = listeners[delivery.next++];
+        if (listener.object && listener.wants(delivery.event->id()))
+            return listener.object;
+    }
+    return nullptr;
+}
+
+bool CkelDataSensor::Private::isActive(const CkelObject* object) const
+{
+    return std::find(active.begin(), active.end(), object) != active.end();
+}
+
+void CkelDataSensor::Private::removeDetached()
+{
+    if (!active.empty() || attachedCount == listeners.size())
+        return;
+    listeners.erase(
+        std::remove_if(listeners.begin(), listeners.end(), [](const Listener& listener) { return !listener.object; }),
+        listeners.end());
+}
+
+} // namespace Ombrin

@@ -1,0 +1,202 @@
+#include "kernel/keleventloop.h"
+
+#include "kernel/kelevent.h"
+#include "kernel/kelobject.h"
+
+#include <asio/post.hpp>
+
+namespace Ombrin {
+
+namespace {
+
+std::shared_ptr<CkelEventLoop>& currentLoop()
+{
+    thread_local std::shared_ptr<CkelEventLoop> loop;
+    return loop;
+}
+
+int nextTimerId()
+{
+    // Never reused while the process lives, so that a stale ID can meet no other timer.
+    static std::atomic<int> last{0};
+    return ++last;
+}
+
+/// Gives a flag another value for a while.
+class Restored
+{
+public:
+    Restored(bool& flag, bool value) : m_flag(flag), m_before(flag) { m_flag = value; }
+    ~Restored() { m_flag = m_before; }
+    Restored(const Restored&) = delete;
+    Restored& operator=(const Restored&) = delete;
+
+private:
+    bool& m_flag;
+    const bool m_before;
+};
+
+} // namespace
+
+CkelEventLoop::CkelEventLoop() : m_work(asio::make_work_guard(m_io)) {}
+
+std::shared_ptr<CkelEventLoop> CkelEventLoop::current()
+{
+    auto& loop = currentLoop();
+    if (!loop)
+        loop = std::make_shared<CkelEventLoop>();
+    return loop;
+}
+
+void CkelEventLoop::setCurrent(std::shared_ptr<CkelEventLoop> loop)
+{
+    currentLoop() = std::move(loop);
+}
+
+int CkelEventLoop::exec()
+{
+    const Restored inPass(m_inPass, false);
+    while (!m_terminated && !m_quit.exchange(false))
+        m_io.run_one();
+    return m_exitCode.exchange(0);
+}
+
+void CkelEventLoop::quit(int code)
+{
+    m_exitCode = code;
+    m_quit = true;
+    asio::post(m_io, [] {}); // wakes exec()
+}
+
+void CkelEventLoop::terminate()
+{
+    m_terminated = true;
+    asio::post(m_io, [] {});
+}
+
+void CkelEventLoop::post(std::function<void()> task)
+{
+    asio::post(m_io, [this, task = std::move(task), pass = m_pass.load()]() mutable { runTask(task, pass); });
+}
+
+void CkelEventLoop::runTask(std::function<void()>& task, unsigned int pass)
+{
+    if (m_inPass && pass == m_pass)
+        post(std::move(task)); // not due when this pass began
+    else if (!m_terminated)
+        task();
+}
+
+void CkelEventLoop::processEvents()
+{
+    const Restored inPass(m_inPass, true);
+    ++m_pass;
+
+    // Asio finds due timers while it works through its queue, and puts them behind what is there. So everything that
+    // is due now stands before a second mark, made when the first is met.
+    const auto done = std::make_shared<bool>(false); // outlives a pass that a handler leaves by an exception
+    asio::post(m_io, [this, done] { asio::post(m_io, [done] { *done = true; }); });
+    while (!*done && !m_terminated && m_io.poll_one() > 0) {
+    }
+}
+
+int CkelEventLoop::startTimer(CkelObject& receiver, std::chrono::milliseconds interval)
+{
+    const int id = nextTimerId();
+    addTimer(id, {&receiver, interval, Clock::now() + interval});
+    return id;
+}
+
+void CkelEventLoop::addTimer(int id, const TimerState& state)
+{
+    const CkelMutexLocker lock(m_mutex);
+    arm(id, m_timers.try_emplace(id, m_io, state).first->second);
+}
+
+void CkelEventLoop::killTimer(const CkelObject& receiver, int id)
+{
+    const CkelMutexLocker lock(m_mutex);
+    const auto found = m_timers.find(id);
+    if (found != m_timers.end() && found->second.receiver == &receiver)
+        m_timers.erase(found);
+}
+
+void CkelEventLoop::killTimers(const CkelObject& receiver)
+{
+    takeTimers(receiver);
+}
+
+void CkelEventLoop::moveTimers(const CkelObject& receiver, CkelEventLoop& target)
+{
+    for (const auto& [id, state] : takeTimers(receiver))
+        target.addTimer(id, state);
+}
+
+std::vector<std::pair<int, CkelEventLoop::TimerState>> CkelEventLoop::takeTimers(const CkelObject& receiver)
+{
+    std::vector<std::pair<int, TimerState>> taken;
+    const CkelMutexLocker lock(m_mutex);
+    for (auto timer = m_timers.begin(); timer != m_timers.end();) {
+        if (timer->second.receiver == &receiver) {
+            taken.emplace_back(timer->first, timer->second);
+            timer = m_timers.erase(timer);
+        } else {
+            ++timer;
+        }
+    }
+    return taken;
+}
+
+void CkelEventLoop::arm(int id, Timer& timer)
+{
+    timer.waiter.expires_at(timer.next);
+    timer.waiter.async_wait([this, id](const asio::error_code& error) {
+        if (!error)
+            timeOut(id);
+    });
+}
+
+void CkelEventLoop::TimerState::skipPast(Clock::time_point now)
+{
+    if (next <= now)
+        next += ((now - next) / interval + 1) * interval;
+}
+
+CkelObject* CkelEventLoop::takeDue(int id)
+{
+    const CkelMutexLocker lock(m_mutex);
+    const auto found = m_timers.find(id);
+    const auto now = Clock::now();
+    // A wait that ended just before its timer was killed, or moved away and back, has nothing to report.
+    if (m_terminated || found == m_timers.end() || found->second.next > now)
+        return nullptr;
+    found->second.skipPast(now);
+    return found->second.receiver;
+}
+
+void CkelEventLoop::rearm(int id)
+{
+    const CkelMutexLocker lock(m_mutex);
+    const auto found = m_timers.find(id);
+    if (found == m_timers.end())
+        return; // killed, moved or destroyed by its own handler
+    found->second.skipPast(Clock::now());
+    arm(id, found->second);
+}
+
+void CkelEventLoop::timeOut(int id)
+{
+    CkelObject* const receiver = takeDue(id);
+    if (!receiver)
+        return;
+    CkelTimerEvent event(id);
+    try {
+        CkelObject::deliver(*receiver, event);
+    } catch (...) {
+        rearm(id);
+        throw;
+    }
+    rearm(id); // not before: a handler that turns the loop is not entered again
+}
+
+} // namespace Ombrin

@@ -1,0 +1,101 @@
+#pragma once
+// Private to kernel/: not installed.
+
+#include "kernel/kelmutex.h"
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace Ombrin {
+
+class CkelObject;
+
+/// The event loop of one thread: its timers and the work posted to it.
+///
+/// Everything but exec() and processEvents() may be called from any thread. The lock guards the timers only and is
+/// never held while a handler runs.
+class CkelEventLoop
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// What a timer needs to go on in another loop.
+    struct TimerState
+    {
+        CkelObject* receiver;
+        std::chrono::milliseconds interval;
+        Clock::time_point next;
+
+        /// On to the first period that is not over.
+        void skipPast(Clock::time_point now);
+    };
+
+    CkelEventLoop();
+    CkelEventLoop(const CkelEventLoop&) = delete;
+    CkelEventLoop& operator=(const CkelEventLoop&) = delete;
+
+    /// The calling thread's loop, made at the first call.
+    static std::shared_ptr<CkelEventLoop> current();
+
+    /// Makes `loop` the calling thread's loop.
+    static void setCurrent(std::shared_ptr<CkelEventLoop> loop);
+
+    /// Runs until quit() or terminate(). A quit() that came before makes it return at once.
+    int exec();
+    void quit(int code);
+
+    /// Runs what is due at the time of the call, without waiting.
+    void processEvents();
+
+    /// For good: nothing further starts on this loop.
+    void terminate();
+
+    /// Runs `task` on the loop's thread; in a later call when posted while processEvents() runs.
+    void post(std::function<void()> task);
+
+    int startTimer(CkelObject& receiver, std::chrono::milliseconds interval);
+    void killTimer(const CkelObject& receiver, int id);
+    void killTimers(const CkelObject& receiver);
+
+    /// Hands every timer of `receiver` over to `target`.
+    void moveTimers(const CkelObject& receiver, CkelEventLoop& target);
+
+private:
+    struct Timer : TimerState
+    {
+        Timer(asio::io_context& io, const TimerState& state) : TimerState(state), waiter(io) {}
+        asio::steady_timer waiter;
+    };
+
+    void runTask(std::function<void()>& task, unsigned int pass);
+    void addTimer(int id, const TimerState& state);
+    std::vector<std::pair<int, TimerState>> takeTimers(const CkelObject& receiver);
+    void arm(int id, Timer& timer) KEL_REQUIRES(m_mutex);
+    void timeOut(int id);
+    CkelObject* takeDue(int id);
+    void rearm(int id);
+
+    // Not told that one thread alone serves it: what a handler posts would then be out of reach of a loop that the
+    // handler runs itself.
+    asio::io_context m_io;
+    asio::executor_work_guard<asio::io_context::executor_type> m_work;
+    std::atomic<bool> m_quit{false};
+    std::atomic<bool> m_terminated{false};
+    std::atomic<int> m_exitCode{0};
+    std::atomic<unsigned int> m_pass{0}; // counts the calls of processEvents()
+    bool m_inPass = false;               // the innermost loop is processEvents(); the loop's thread only
+
+    CkelMutex m_mutex;
+    std::unordered_map<int, Timer> m_timers KEL_GUARDED_BY(m_mutex);
+};
+
+} // namespace Ombrin

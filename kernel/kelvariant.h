@@ -1,0 +1,161 @@
+#pragma once
+
+#include "kernel/kelglobal.h"
+#include "kernel/kelstring.h"
+
+#include <string>
+#include <type_traits>
+
+namespace Ombrin {
+
+/// A value of one of a few types: nothing, bool, an integer of 32 or 64 bits, double or UTF-8 text.
+///
+/// 16 bytes on every target. Copying a number costs as much as copying two words; copies of a text share it. Distinct
+/// variants may be used on different threads even when they share a text; one variant is not synchronised.
+///
+/// Conversions (`toX`) never fail loudly: what cannot be converted gives 0 or an empty text, and sets `*ok` to false
+/// when `ok` is given. They do not depend on the locale:
+/// - between integers as a C++ cast does, keeping the two's complement bits;
+/// - double to integer rounds to nearest, halves away from zero; out of range gives the nearest limit and NaN gives 0,
+///   both with `ok` false;
+/// - text to number takes the whole text, blanks around it allowed; a fraction or an exponent is read as a double and
+///   rounded as above; a number out of range gives the nearest limit with `ok` false; anything else gives 0 with `ok`
+///   false;
+/// - number to text gives the shortest text that reads back to the same number; bool gives "true" and "false", and
+///   these two texts read as a bool.
+class KEL_EXPORT CkelVariant
+{
+public:
+    /// Type codes. Char, List, Map and ByteArray are codes only: no variant has such a type and nothing converts to
+    /// them.
+    enum Type : int
+    {
+        Invalid = 0,
+        Bool = 1,
+        Int = 2,
+        UInt = 3,
+        LongLong = 4,
+        ULongLong = 5,
+        Double = 6,
+        Char = 7,
+        String = 8,
+        List = 9,
+        Map = 10,
+        ByteArray = 11
+    };
+
+    // The conversions to a variant are implicit on purpose: `storage.updateValue(id, 35.5, false)`.
+    // NOLINTBEGIN(google-explicit-constructor)
+    CkelVariant() noexcept = default;
+    CkelVariant(bool value) noexcept : m_type(Bool) { m_data.integer = value ? 1 : 0; }
+    CkelVariant(int value) noexcept : m_type(Int) { m_data.integer = value; }
+    CkelVariant(unsigned int value) noexcept : m_type(UInt) { m_data.natural = value; }
+    CkelVariant(long value) noexcept : m_type(sizeof(long) == sizeof(int) ? Int : LongLong) { m_data.integer = value; }
+    CkelVariant(unsigned long value) noexcept : m_type(sizeof(long) == sizeof(int) ? UInt : ULongLong)
+    {
+        m_data.natural = value;
+    }
+    CkelVariant(long long value) noexcept : m_type(LongLong) { m_data.integer = value; }
+    CkelVariant(unsigned long long value) noexcept : m_type(ULongLong) { m_data.natural = value; }
+    CkelVariant(double value) noexcept : m_type(Double) { m_data.real = value; }
+    CkelVariant(const char* utf8); ///< a null pointer gives an invalid variant
+    CkelVariant(const std::string& utf8);
+    CkelVariant(std::string&& utf8);
+    CkelVariant(const CkelString& text);
+    // NOLINTEND(google-explicit-constructor)
+
+    /// A pointer to anything but text is no value; without this it would turn into a bool.
+    template <typename T, typename = std::enable_if_t<!std::is_same_v<std::remove_const_t<T>, char>>>
+    CkelVariant(T*) = delete;
+    template <typename T, typename Class>
+    CkelVariant(T Class::*) = delete;
+
+    CkelVariant(const CkelVariant& other) noexcept : m_data(other.m_data), m_type(other.m_type)
+    {
+        if (m_type == String)
+            shareText();
+    }
+
+    /// Leaves `other` invalid.
+    CkelVariant(CkelVariant&& other) noexcept : m_data(other.m_data), m_type(other.m_type) { other.m_type = Invalid; }
+
+    CkelVariant& operator=(const CkelVariant& other) noexcept
+    {
+        CkelVariant copy(other);
+        swap(copy);
+        return *this;
+    }
+
+    /// Leaves `other` invalid.
+    CkelVariant& operator=(CkelVariant&& other) noexcept
+    {
+        CkelVariant taken(static_cast<CkelVariant&&>(other));
+        swap(taken);
+        return *this;
+    }
+
+    ~CkelVariant()
+    {
+        if (m_type == String)
+            dropText();
+    }
+
+    void swap(CkelVariant& other) noexcept
+    {
+        const Data data = m_data;
+        const Type type = m_type;
+        m_data = other.m_data;
+        m_type = other.m_type;
+        other.m_data = data;
+        other.m_type = type;
+    }
+
+    Type type() const noexcept { return m_type; }
+
+    /// True when the variant holds nothing.
+    bool isNull() const noexcept { return m_type == Invalid; }
+
+    /// Whether the content has a counterpart in `type`. A text converts to a number type only when it reads as a
+    /// number, NaN (or a text that reads as NaN) converts to no integer and no bool, and nothing converts to nothing.
+    bool canConvert(Type type) const;
+
+    bool toBool(bool* ok = nullptr) const; ///< a number other than 0, or the text "true"
+    int toInt(bool* ok = nullptr) const;
+    unsigned int toUInt(bool* ok = nullptr) const;
+    long long toLongLong(bool* ok = nullptr) const;
+    unsigned long long toULongLong(bool* ok = nullptr) const;
+    double toDouble(bool* ok = nullptr) const;
+    std::string toStdString(bool* ok = nullptr) const;
+    CkelString toString(bool* ok = nullptr) const { return toStdString(ok); }
+
+    /// True for equal contents: two numbers (bools, integers and doubles alike) that are numerically equal, to the last
+    /// bit of 64; two texts with the same bytes; two invalid variants. NaN equals NaN. A text never equals a number.
+    bool cmp(const CkelVariant& other) const;
+
+private:
+    struct Text;
+
+    union Data
+    {
+        long long integer;          // Bool, Int, LongLong
+        unsigned long long natural; // UInt, ULongLong
+        double real;
+        Text* text;
+    };
+
+    bool isSigned() const noexcept { return m_type == Bool || m_type == Int || m_type == LongLong; }
+    bool isUnsigned() const noexcept { return m_type == UInt || m_type == ULongLong; }
+    const std::string& text() const noexcept;
+    void shareText() const noexcept;
+    void dropText() const noexcept;
+    bool numberEquals(const CkelVariant& other) const;
+    template <typename Integer>
+    Integer toInteger(bool* ok) const;
+
+    alignas(8) Data m_data{0}; // 16 bytes in all, also where a long long needs less
+    Type m_type = Invalid;
+};
+
+static_assert(sizeof(CkelVariant) == 16, "a record is sized for variants of 16 bytes");
+
+} // namespace Ombrin

@@ -1,0 +1,33 @@
+#include "tests/support/testfolder.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+namespace KelTest {
+
+TestFolder::TestFolder() : m_before(std::filesystem::current_path())
+{
+    std::string name = (std::filesystem::temp_directory_path() / "keltest-XXXXXX").string();
+    if (!mkdtemp(name.data()))
+        throw std::runtime_error("no folder for the test");
+    m_path = name;
+    std::filesystem::current_path(m_path);
+}
+
+TestFolder::~TestFolder()
+{
+    std::filesystem::current_path(m_before);
+    std::error_code ignored;
+    std::filesystem::permissions(m_path, std::filesystem::perms::owner_all, ignored);
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+} // namespace KelTest
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    return RUN_ALL_TESTS();
+}

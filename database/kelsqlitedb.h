@@ -1,0 +1,62 @@
+#pragma once
+
+#include "database/kelsqlitevariantvector.h"
+#include "kernel/kelglobal.h"
+#include "kernel/kellist.h"
+#include "kernel/kelstring.h"
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+struct sqlite3;
+
+namespace Ombrin {
+
+/// One connection to an SQLite file; closed by its destructor.
+///
+/// A file that another connection holds locked is waited for, up to five seconds. The connection may be used from
+/// several threads, but a transaction belongs to whoever began it: keep threads apart while one is open.
+class KEL_EXPORT CkelSqliteDB
+{
+public:
+    CkelSqliteDB() = default;
+    ~CkelSqliteDB();
+
+    CkelSqliteDB(const CkelSqliteDB&) = delete;
+    CkelSqliteDB& operator=(const CkelSqliteDB&) = delete;
+
+    /// Opens the file for reading and writing, or for reading where it cannot be written; makes it if it is missing.
+    /// Closes what was open before. SQLite looks into the file at its first use only: true says nothing about what is
+    /// in it.
+    bool open(const CkelString& fileName);
+    void close();
+    bool isOpen() const { return m_connection != nullptr; }
+
+    /// SQLite's handle; null when closed. The connection stays this object's.
+    sqlite3* handle() const { return m_connection; }
+
+    /// All rows that `text` returns; an empty list, and an error in lastResult(), when it fails.
+    template <typename Row = CkelSqliteVariantVector>
+    std::shared_ptr<CkelList<Row>> query(const CkelString& text)
+    {
+        auto rows = std::make_shared<CkelList<Row>>();
+        if (!forEachRow(text, [&rows](const Row& row) { rows->append(row); }))
+            rows->clear();
+        return rows;
+    }
+
+    /// Calls `visit` with each row that `text` returns, one after the other. False when the statement fails; rows read
+    /// before that have been visited.
+    bool forEachRow(const CkelString& text, const std::function<void(const CkelSqliteVariantVector&)>& visit);
+
+    /// The SQLite result code of the newest query or executed text.
+    int lastResult() const { return m_lastResult; }
+    void setLastResult(int result) { m_lastResult = result; }
+
+private:
+    sqlite3* m_connection = nullptr;
+    int m_lastResult = 0;
+};
+
+} // namespace Ombrin

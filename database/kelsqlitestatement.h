@@ -1,0 +1,64 @@
+#pragma once
+
+#include "kernel/kelglobal.h"
+
+#include <string>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace Ombrin {
+
+/// One prepared SQL statement of a connection; finalised by its destructor.
+///
+/// Parameters are bound by position, from 1; texts are copied. Every operation reports success; a statement that could
+/// not be prepared does nothing and reports false.
+class KEL_EXPORT CkelSqliteStatement
+{
+public:
+    /// An empty `text` or a null connection prepares nothing.
+    CkelSqliteStatement(sqlite3* connection, const std::string& text);
+    ~CkelSqliteStatement();
+
+    CkelSqliteStatement(const CkelSqliteStatement&) = delete;
+    CkelSqliteStatement& operator=(const CkelSqliteStatement&) = delete;
+
+    bool isValid() const { return m_statement != nullptr; }
+    sqlite3_stmt* handle() const { return m_statement; }
+
+    bool bind(int position, int value);
+    bool bind(int position, long long value);
+    bool bind(int position, double value);
+    bool bind(int position, const std::string& value);
+
+    /// Runs a statement that returns no rows and makes it ready for the next values.
+    bool execute();
+
+private:
+    sqlite3_stmt* m_statement = nullptr;
+};
+
+/// A write transaction, from "BEGIN IMMEDIATE" to "COMMIT"; rolled back by its destructor unless it was committed.
+class KEL_EXPORT CkelSqliteTransaction
+{
+public:
+    explicit CkelSqliteTransaction(sqlite3* connection);
+    ~CkelSqliteTransaction();
+
+    CkelSqliteTransaction(const CkelSqliteTransaction&) = delete;
+    CkelSqliteTransaction& operator=(const CkelSqliteTransaction&) = delete;
+
+    /// False when the file cannot be written or could not be locked.
+    bool isOpen() const { return m_open; }
+
+    /// False when the changes could not be written; they are rolled back then.
+    bool commit();
+
+private:
+    void rollBack();
+
+    sqlite3* const m_connection;
+    bool m_open;
+};
+
+} // namespace Ombrin

@@ -1,0 +1,110 @@
+#include "database/kelsqlitevariantvector.h"
+
+#include <sqlite3.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <limits>
+#include <type_traits>
+
+namespace Ombrin {
+
+namespace {
+
+/// Ends the process as a failed assert does, in every build.
+[[noreturn]] void failCheck(const char* expression, const char* file, int line, const char* function)
+{
+    std::fprintf(stderr, "%s:%d: %s: Assertion `%s' failed.\n", file, line, function, expression);
+    std::abort();
+}
+
+/// Without the fraction; the nearest limit when out of range.
+template <typename Integer>
+Integer truncated(double value)
+{
+    using Limits = std::numeric_limits<Integer>;
+    if (value >= std::ldexp(1.0, Limits::digits))
+        return Limits::max();
+    if (value <= static_cast<double>(Limits::min()))
+        return Limits::min();
+    return static_cast<Integer>(value);
+}
+
+template <typename T>
+T converted(const CkelVariant& column)
+{
+    if constexpr (std::is_same_v<T, std::string>) {
+        return column.toStdString();
+    } else {
+        if (column.type() == CkelVariant::LongLong)
+            return static_cast<T>(column.toLongLong());
+        if (column.type() != CkelVariant::Double)
+            return T{};
+        if constexpr (std::is_same_v<T, double>)
+            return column.toDouble();
+        else
+            return truncated<T>(column.toDouble());
+    }
+}
+
+CkelVariant textOf(sqlite3_stmt* row, int index)
+{
+    const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(row, index));
+    if (!text)
+        return {};
+    return std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(row, index)));
+}
+
+CkelVariant columnOf(sqlite3_stmt* row, int index)
+{
+    switch (sqlite3_column_type(row, index)) {
+    case SQLITE_INTEGER:
+        return static_cast<long long>(sqlite3_column_int64(row, index));
+    case SQLITE_FLOAT:
+        return sqlite3_column_double(row, index);
+    case SQLITE_TEXT:
+        return textOf(row, index);
+    default:
+        return {};
+    }
+}
+
+} // namespace
+
+void CkelSqliteVariantVector::read(sqlite3_stmt* row)
+{
+    const int columns = sqlite3_column_count(row);
+    m_columns.clear();
+    m_blobs.clear();
+    for (int index = 0; index < columns; ++index) {
+        m_columns.push_back(columnOf(row, index));
+        m_blobs.push_back(sqlite3_column_type(row, index) == SQLITE_BLOB);
+    }
+}
+
+const CkelVariant& CkelSqliteVariantVector::column(int index) const
+{
+    // The text is the one that those who read logs of this check know; the range tested is the real one.
+    if (index < 0 || index >= count())
+        failCheck("index>=0||index<count()", __FILE__, __LINE__, static_cast<const char*>(__func__));
+    const auto position = static_cast<std::size_t>(index);
+    if (m_blobs[position])
+        std::cout << "current type is " << SQLITE_BLOB << " is not defined. " << std::endl;
+    return m_columns[position];
+}
+
+template <typename T>
+T CkelSqliteVariantVector::toValue(int index) const
+{
+    return converted<T>(column(index));
+}
+
+template unsigned int CkelSqliteVariantVector::toValue(int index) const;
+template long long CkelSqliteVariantVector::toValue(int index) const;
+template unsigned long long CkelSqliteVariantVector::toValue(int index) const;
+template double CkelSqliteVariantVector::toValue(int index) const;
+template std::string CkelSqliteVariantVector::toValue(int index) const;
+
+} // namespace Ombrin

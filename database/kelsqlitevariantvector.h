@@ -1,0 +1,45 @@
+#pragma once
+
+#include "kernel/kelglobal.h"
+#include "kernel/kelvariant.h"
+
+#include <string>
+#include <vector>
+
+struct sqlite3_stmt;
+
+namespace Ombrin {
+
+/// The columns of one row, by position from 0.
+class KEL_EXPORT CkelSqliteVariantVector
+{
+public:
+    CkelSqliteVariantVector() = default;
+
+    int count() const { return static_cast<int>(m_columns.size()); }
+
+    /// The column as a T, which is one of unsigned int, long long, unsigned long long, double and std::string.
+    ///
+    /// NULL, and a text read as a number, give 0 or an empty text. A real number read as an integer loses its fraction;
+    /// an integer read as a narrower one, or with another sign, keeps its low bits. A blob has no counterpart: it is
+    /// reported on standard output and gives 0 or an empty text. An `index` out of range ends the process.
+    template <typename T>
+    T toValue(int index) const;
+
+    /// Takes the columns of the row on which `row` stands.
+    void read(sqlite3_stmt* row);
+
+private:
+    const CkelVariant& column(int index) const;
+
+    std::vector<CkelVariant> m_columns; // LongLong, Double or String; Invalid for NULL and blobs
+    std::vector<bool> m_blobs;
+};
+
+extern template KEL_EXPORT unsigned int CkelSqliteVariantVector::toValue(int index) const;
+extern template KEL_EXPORT long long CkelSqliteVariantVector::toValue(int index) const;
+extern template KEL_EXPORT unsigned long long CkelSqliteVariantVector::toValue(int index) const;
+extern template KEL_EXPORT double CkelSqliteVariantVector::toValue(int index) const;
+extern template KEL_EXPORT std::string CkelSqliteVariantVector::toValue(int index) const;
+
+} // namespace Ombrin

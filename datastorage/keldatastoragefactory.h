@@ -1,0 +1,36 @@
+#pragma once
+
+#include "datastorage/kelabstractdatastorage.h"
+#include "kernel/kelglobal.h"
+
+namespace Ombrin {
+
+/// Hands out the process's storages, one of each kind.
+///
+/// A storage is made at the first request for its kind, lives until the process ends, and is never destroyed by the
+/// factory. Nothing here locks: make the first requests on one thread, before others use the storages. Request the
+/// memory storage first on the thread whose event loop is to run its timer.
+class KEL_EXPORT CkelDBStorageFactory
+{
+public:
+    CkelDBStorageFactory() = default;
+    ~CkelDBStorageFactory() = default;
+
+    /// The process's factory, made at the first call.
+    static CkelDBStorageFactory* instance();
+
+    /// Destroys the factory, but none of the storages: a new instance() hands out the same ones.
+    static void ruinInstance();
+
+    /// The storage of a kind, or null for a kind that does not exist. The factory keeps it; do not delete it.
+    CkelAbstractDataStorage* get(CkelAbstractDataStorage::DataOperatorType type);
+    CkelAbstractDataStorage* get(int type);
+
+private:
+    static CkelDBStorageFactory* m_factory;
+    static CkelAbstractDataStorage* f_dbstorage;
+    static CkelAbstractDataStorage* m_dbstorage;
+    static CkelAbstractDataStorage* sm_dbstorage;
+};
+
+} // namespace Ombrin

@@ -1,0 +1,880 @@
+#include "datastorage/kelmemorydatastorage.h"
+
+#include "database/kelsqlitedb.h"
+#include "datastorage/kelmemorydb.h"
+#include "datastorage/kelparsedbjson.h"
+#include "kernel/kelapplicationplus.h"
+#include "kernel/keldatasensor.h"
+#include "kernel/kelevent.h"
+#include "kernel/kelfile.h"
+
+#include <iostream>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+namespace Ombrin {
+
+namespace {
+
+constexpr int collectionInterval = 1000; // milliseconds
+
+/// One result for each element of `keys`, in their order.
+template <typename Result, typename Key, typename Lookup>
+std::vector<Result> forEach(const std::vector<Key>& keys, Lookup lookup)
+{
+    std::vector<Result> results;
+    results.reserve(keys.size());
+    for (const Key& key : keys)
+        results.push_back(lookup(key));
+    return results;
+}
+
+/// Calls `update` for each pair, or not at all when the lists do not pair up.
+template <typename Key, typename Update>
+void forEachPair(const std::vector<Key>& keys, const std::vector<CkelVariant>& values, Update update)
+{
+    if (keys.size() != values.size())
+        return;
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        update(keys[i], values[i]);
+}
+
+/// Calls `walk` with the comparison that `op` stands for; any other number selects nothing.
+template <typename Walk>
+std::vector<unsigned int> withComparison(CkelAbstractDataStorage::Operator op, Walk walk)
+{
+    switch (op) {
+    case CkelAbstractDataStorage::Equal:
+        return walk([](unsigned int a, unsigned int b) { return a == b; });
+    case CkelAbstractDataStorage::NotEqual:
+        return walk([](unsigned int a, unsigned int b) { return a != b; });
+    case CkelAbstractDataStorage::Less:
+        return walk([](unsigned int a, unsigned int b) { return a < b; });
+    case CkelAbstractDataStorage::Greater:
+        return walk([](unsigned int a, unsigned int b) { return a > b; });
+    case CkelAbstractDataStorage::LessEqual:
+        return walk([](unsigned int a, unsigned int b) { return a <= b; });
+    case CkelAbstractDataStorage::GreaterEqual:
+        return walk([](unsigned int a, unsigned int b) { return a >= b; });
+    default:
+        return {};
+    }
+}
+
+CkelVariant fieldOf(const tagStorageData& record, const std::string& field)
+{
+    if (record.ID == 0)
+        return {};
+    if (field == "Value")
+        return record.Value;
+    if (field == "ID")
+        return record.ID;
+    if (field == "NameID")
+        return record.NameID;
+    if (field == "CommSource")
+        return int{record.CommSource};
+    if (field == "RW")
+        return int{record.RW};
+    if (field == "Block")
+        return int{record.Block};
+    if (field == "ValueT")
+        return int{record.ValueT};
+    if (field == "DefValue")
+        return record.DefValue;
+    if (field == "Max")
+        return record.Max;
+    if (field == "Min")
+        return record.Min;
+    return {}; // "Dirty" can be written by name, not read
+}
+
+std::uint8_t lowByte(const CkelVariant& value)
+{
+    return static_cast<std::uint8_t>(value.toUInt());
+}
+
+std::uint8_t lowByte(const CkelSqliteVariantVector& row, int column)
+{
+    return static_cast<std::uint8_t>(row.toValue<unsigned int>(column));
+}
+
+/// Reads the value columns of a configuration database. A text item's bounds are not read. False when no such value
+/// type is known here: unlike in memory, 11 is read as unsigned and 16 is unknown.
+bool readValues(const CkelSqliteVariantVector& row, tagStorageData& record)
+{
+    const auto read = [&row, &record](auto as) {
+        using Form = decltype(as);
+        record.Value = row.toValue<Form>(7);
+        record.DefValue = row.toValue<Form>(8);
+        if (record.ValueT != ValueTypeText) {
+            record.Max = row.toValue<Form>(9);
+            record.Min = row.toValue<Form>(10);
+        }
+        return true;
+    };
+    switch (record.ValueT) {
+    case ValueTypeInteger1:
+    case ValueTypeInteger2:
+    case ValueTypeInteger3:
+    case ValueTypeInteger4:
+    case ValueTypeInteger5:
+    case ValueTypeInteger6:
+    case ValueTypeInteger7:
+    case ValueTypeInteger12:
+    case ValueTypeInteger14:
+        return read(0LL);
+    case ValueTypeReal8:
+    case ValueTypeReal9:
+        return read(0.0);
+    case ValueTypeText:
+        return read(std::string());
+    case ValueTypeInteger11:
+    case ValueTypeUnsigned13:
+        return read(0ULL);
+    default:
+        return false;
+    }
+}
+
+bool readRow(const CkelSqliteVariantVector& row, tagStorageData& record)
+{
+    record.ID = row.toValue<unsigned int>(0);
+    record.NameID = row.toValue<std::string>(1);
+    record.CommSource = lowByte(row, 2);
+    record.DBSource = lowByte(row, 3);
+    record.RW = lowByte(row, 4);
+    record.Block = lowByte(row, 5);
+    record.ValueT = lowByte(row, 6);
+    return readValues(row, record);
+}
+
+} // namespace
+
+CkelMemoryDataStorage::CkelMemoryDataStorage(CkelObject* parent) : CkelAbstractDataStorage(parent)
+{
+    storeherits("CkelMemoryDataStorage");
+    m_memoryDB = std::make_unique<CkelMemoryDB>(nullptr);
+    m_timerId = startTimer(collectionInterval);
+}
+
+CkelMemoryDataStorage::~CkelMemoryDataStorage()
+{
+    killTimer(m_timerId);
+}
+
+CkelMutex* CkelMemoryDataStorage::mutex()
+{
+    return &m_mutex;
+}
+
+// Indexes
+
+void CkelMemoryDataStorage::Indexes::add(const tagStorageData& record)
+{
+    ids.try_emplace(record.ID, record);
+    names.try_emplace(record.NameID, record.ID);
+}
+
+void CkelMemoryDataStorage::adopt(Indexes&& indexes)
+{
+    if (!m_idMap)
+        m_idMap = std::make_unique<IDMap>();
+    if (!m_nameMap)
+        m_nameMap = std::make_unique<NameMap>();
+    m_idMap->swap(indexes.ids);
+    m_nameMap->swap(indexes.names);
+}
+
+void CkelMemoryDataStorage::indexRecords(const std::vector<tagStorageData>& records)
+{
+    Indexes indexes;
+    indexes.ids.reserve(records.size());
+    indexes.names.reserve(records.size());
+    for (const tagStorageData& record : records) {
+        if (record.ID != 0)
+            indexes.add(record);
+    }
+    adopt(std::move(indexes));
+}
+
+tagStorageData* CkelMemoryDataStorage::find(unsigned int id) const
+{
+    if (!m_idMap)
+        return nullptr;
+    const auto item = m_idMap->find(id);
+    return item != m_idMap->end() ? &item->second : nullptr;
+}
+
+tagStorageData* CkelMemoryDataStorage::findLive(unsigned int id) const
+{
+    tagStorageData* const item = find(id);
+    return item && item->Dirty != DirtyDeleted ? item : nullptr;
+}
+
+const tagStorageData* CkelMemoryDataStorage::findLive(const std::string& nameID) const
+{
+    if (!m_nameMap)
+        return nullptr;
+    const auto name = m_nameMap->find(nameID);
+    if (name == m_nameMap->end())
+        return nullptr;
+    const tagStorageData* const item = find(name->second);
+    if (!item)
+        throw std::out_of_range("_Map_base::at");
+    return item->Dirty != DirtyDeleted ? item : nullptr;
+}
+
+/// What a query by name answers for: a name that leads nowhere means ID 0, under which a damaged local database may
+/// have left an item.
+const tagStorageData* CkelMemoryDataStorage::queryTarget(const std::string& nameID) const
+{
+    const tagStorageData* const item = findLive(nameID);
+    return item ? item : findLive(0U);
+}
+
+// Loading
+
+void CkelMemoryDataStorage::readConfigFile(const std::string& path, bool useLocalDB)
+{
+    const CkelString name = CkelString::fromAscii(path.c_str(), -1);
+    if (name.endsWith(".json", CkelString::CaseSensitive))
+        readJsonFile(path);
+    else if (name.endsWith(".db", CkelString::CaseSensitive))
+        readDBFile(path);
+
+    const bool hasTable = hasLocalDB();
+    if (hasTable && (useLocalDB || !m_idMap))
+        loadLocalDB();
+    else if (hasTable || m_memoryDB->isTableKnown()) // what cannot be read now may hold saved values
+        createLocalDB();
+}
+
+bool CkelMemoryDataStorage::readJsonFile(const std::string& path)
+{
+    CkelParseDBJson parser;
+    if (&parser.parse(path) == &CkelParseDBJson::unread())
+        return false;
+    m_loadedData = std::move(parser).dataList();
+    if (m_loadedData.empty())
+        return false;
+    indexRecords(m_loadedData);
+    return true;
+}
+
+bool CkelMemoryDataStorage::readDBFile(const std::string& path)
+{
+    if (!CkelFile::exists(path) || path == "kelmem.db")
+        return false;
+    CkelSqliteDB database;
+    database.open(path);
+
+    Indexes indexes;
+    std::vector<std::pair<unsigned int, int>> unknown; // IDs and value types
+    tagStorageData record{};                           // a field that a row does not set keeps what the row before left
+    bool anyRow = false;
+    const bool complete = database.forEachRow("SELECT * FROM kel", [&](const CkelSqliteVariantVector& row) {
+        anyRow = true;
+        if (!readRow(row, record))
+            unknown.emplace_back(record.ID, record.ValueT);
+        else if (record.ID != 0)
+            indexes.add(record);
+    });
+    if (!anyRow || !complete)
+        return false;
+    for (const auto& [id, valueType] : unknown)
+        std::cout << "CkelMemoryDB::loadMemoryDB( id= " << id << " ) : Unknown Type " << valueType << std::endl;
+    adopt(std::move(indexes));
+    return true;
+}
+
+bool CkelMemoryDataStorage::hasLocalDB() const
+{
+    return m_memoryDB->hasMemoryDBTable();
+}
+
+bool CkelMemoryDataStorage::createLocalDB()
+{
+    m_memoryDB->rebuildMemoryDBTable(m_loadedData);
+    return true;
+}
+
+bool CkelMemoryDataStorage::loadLocalDB()
+{
+    m_loadedData = m_memoryDB->loadMemoryDB();
+    if (m_idMap) {
+        restoreValues();
+        return true;
+    }
+    Indexes indexes;
+    for (const tagStorageData& record : m_loadedData)
+        indexes.add(record);
+    adopt(std::move(indexes));
+    return true;
+}
+
+void CkelMemoryDataStorage::restoreValues()
+{
+    for (const tagStorageData& saved : m_loadedData) {
+        if (tagStorageData* const item = find(saved.ID))
+            item->Value = toStoreValue(item->ValueT, saved.Value);
+    }
+    // A table that could not be read to its end is no ground to throw away what it holds.
+    if (m_idMap->size() != m_loadedData.size() && m_memoryDB->isLoadComplete())
+        createLocalDB();
+}
+
+// Lookups
+
+std::string CkelMemoryDataStorage::nameID(unsigned int id) const
+{
+    const tagStorageData* const item = findLive(id);
+    return item ? item->NameID : std::string();
+}
+
+unsigned int CkelMemoryDataStorage::ID(const std::string& nameID) const
+{
+    const tagStorageData* const item = findLive(nameID);
+    return item ? item->ID : 0;
+}
+
+unsigned int CkelMemoryDataStorage::commSource(unsigned int id) const
+{
+    const tagStorageData* const item = findLive(id);
+    return item ? item->CommSource : 0;
+}
+
+unsigned int CkelMemoryDataStorage::commSource(const std::string& nameID) const
+{
+    const tagStorageData* const item = findLive(nameID);
+    return item && item->ID != 0 ? item->CommSource : 0;
+}
+
+CkelVariant CkelMemoryDataStorage::queryValue(unsigned int id) const
+{
+    const tagStorageData* const item = findLive(id);
+    return item ? item->Value : CkelVariant();
+}
+
+CkelVariant CkelMemoryDataStorage::queryValue(const std::string& nameID) const
+{
+    const tagStorageData* const item = queryTarget(nameID);
+    return item ? item->Value : CkelVariant();
+}
+
+tagStorageData CkelMemoryDataStorage::queryData(unsigned int id) const
+{
+    const tagStorageData* const item = findLive(id);
+    return item ? *item : tagStorageData{};
+}
+
+tagStorageData CkelMemoryDataStorage::queryData(const std::string& nameID) const
+{
+    const tagStorageData* const item = queryTarget(nameID);
+    return item ? *item : tagStorageData{};
+}
+
+CkelVariant CkelMemoryDataStorage::queryField(unsigned int id, const std::string& field, FieldType /*type*/) const
+{
+    return fieldOf(queryData(id), field);
+}
+
+CkelVariant CkelMemoryDataStorage::queryField(const std::string& nameID, const std::string& field,
+                                              FieldType /*type*/) const
+{
+    return fieldOf(queryData(nameID), field);
+}
+
+// Lists of lookups
+
+std::vector<std::string> CkelMemoryDataStorage::nameIDList(const std::vector<unsigned int>& ids) const
+{
+    return forEach<std::string>(ids, [this](unsigned int id) { return nameID(id); });
+}
+
+std::vector<unsigned int> CkelMemoryDataStorage::IDList(const std::vector<std::string>& names) const
+{
+    return forEach<unsigned int>(names, [this](const std::string& name) { return ID(name); });
+}
+
+std::vector<unsigned int> CkelMemoryDataStorage::commSourceList(const std::vector<unsigned int>& ids) const
+{
+    return forEach<unsigned int>(ids, [this](unsigned int id) { return commSource(id); });
+}
+
+std::vector<unsigned int> CkelMemoryDataStorage::commSourceList(const std::vector<std::string>& names)
+{
+    return forEach<unsigned int>(names, [this](const std::string& name) { return commSource(name); });
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryValueList(const std::vector<unsigned int>& ids) const
+{
+    return forEach<CkelVariant>(ids, [this](unsigned int id) { return queryValue(id); });
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryValueList(const std::vector<std::string>& names)
+{
+    return forEach<CkelVariant>(names, [this](const std::string& name) { return queryValue(name); });
+}
+
+std::vector<tagStorageData> CkelMemoryDataStorage::queryDataList(const std::vector<unsigned int>& ids) const
+{
+    return forEach<tagStorageData>(ids, [this](unsigned int id) { return queryData(id); });
+}
+
+std::vector<tagStorageData> CkelMemoryDataStorage::queryDataList(const std::vector<std::string>& names) const
+{
+    return forEach<tagStorageData>(names, [this](const std::string& name) { return queryData(name); });
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryFieldList(const std::vector<unsigned int>& ids,
+                                                               const std::string& field, FieldType type) const
+{
+    return forEach<CkelVariant>(ids, [&](unsigned int id) { return queryField(id, field, type); });
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryFieldList(const std::vector<std::string>& names,
+                                                               const std::string& field, FieldType type) const
+{
+    return forEach<CkelVariant>(names, [&](const std::string& name) { return queryField(name, field, type); });
+}
+
+// Insertion and deletion
+
+void CkelMemoryDataStorage::insertData(const tagStorageData& record)
+{
+    if (record.ID == 0 || !m_idMap)
+        return;
+    if (tagStorageData* const item = find(record.ID)) {
+        if (item->Dirty == DirtyDeleted)
+            item->Dirty = DirtyInserted;
+        else
+            std::cout << "CkelMemoryDataStorage::insertData: ID= " << record.ID << " Already Exists" << std::endl;
+        return;
+    }
+    const auto item = m_idMap->emplace(record.ID, record).first;
+    item->second.Dirty = DirtyInserted;
+    try {
+        m_nameMap->try_emplace(record.NameID, record.ID);
+    } catch (...) {
+        m_idMap->erase(item); // an item that its name does not find is none
+        throw;
+    }
+}
+
+void CkelMemoryDataStorage::insertDataList(const std::vector<tagStorageData>& records)
+{
+    for (const tagStorageData& record : records)
+        insertData(record);
+}
+
+void CkelMemoryDataStorage::deleteData(unsigned int id)
+{
+    if (id == 0)
+        return;
+    if (tagStorageData* const item = find(id))
+        item->Dirty = DirtyDeleted;
+}
+
+void CkelMemoryDataStorage::deleteData(const std::string& nameID)
+{
+    deleteData(ID(nameID));
+}
+
+void CkelMemoryDataStorage::deleteDataList(const std::vector<unsigned int>& ids)
+{
+    for (const unsigned int id : ids)
+        deleteData(id);
+}
+
+void CkelMemoryDataStorage::deleteDataList(const std::vector<std::string>& names)
+{
+    for (const std::string& name : names)
+        deleteData(name);
+}
+
+// Selections
+
+template <typename Test>
+std::vector<unsigned int> CkelMemoryDataStorage::select(Test test) const
+{
+    std::vector<unsigned int> ids;
+    if (!m_idMap)
+        return ids;
+    for (const auto& [id, item] : *m_idMap) {
+        if (test(item))
+            ids.push_back(item.ID);
+    }
+    return ids;
+}
+
+std::vector<unsigned int> CkelMemoryDataStorage::validID(unsigned int first, unsigned int last) const
+{
+    return select(
+        [=](const tagStorageData& item) { return item.Dirty != DirtyDeleted && first <= item.ID && item.ID < last; });
+}
+
+std::vector<unsigned int> CkelMemoryDataStorage::validID(unsigned int id, Operator op) const
+{
+    if (op == Equal && m_idMap)
+        return {id}; // not looked up: the list operation that follows has an answer for every ID
+    return withComparison(op, [&](auto compare) {
+        return select([=](const tagStorageData& item) { return item.Dirty != DirtyDeleted && compare(item.ID, id); });
+    });
+}
+
+std::vector<unsigned int> CkelMemoryDataStorage::validIDByBlock(unsigned int block, Operator op) const
+{
+    return withComparison(op, [&](auto compare) {
+        return select(
+            [=](const tagStorageData& item) { return item.Dirty != DirtyDeleted && compare(item.Block, block); });
+    });
+}
+
+std::vector<unsigned int> CkelMemoryDataStorage::validIDByDirty(unsigned int mark, Operator op) const
+{
+    return withComparison(op, [&](auto compare) {
+        return select([=](const tagStorageData& item) { return compare(item.Dirty, mark); });
+    });
+}
+
+std::vector<unsigned int> CkelMemoryDataStorage::selectByField(const std::string& field, const CkelVariant& value,
+                                                               Operator op) const
+{
+    if (field == "Block")
+        return validIDByBlock(value.toUInt(), op);
+    if (field == "Dirty")
+        return validIDByDirty(value.toUInt(), op);
+    std::cout << "CkelMemoryDataStorage::deleteDataListByField: Not Support ByField" << field << std::endl;
+    return {};
+}
+
+void CkelMemoryDataStorage::deleteDataList(unsigned int id, Operator op)
+{
+    deleteDataList(validID(id, op));
+}
+
+void CkelMemoryDataStorage::deleteDataListBetween(unsigned int from, unsigned int to)
+{
+    deleteDataList(validID(from, to));
+}
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the interface takes this one by value
+void CkelMemoryDataStorage::deleteDataListByField(std::string field, FieldType /*type*/, const CkelVariant& value,
+                                                  Operator op)
+{
+    const std::vector<unsigned int> ids = selectByField(field, value, op);
+    if (!ids.empty())
+        deleteDataList(ids);
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryValueList(unsigned int id, Operator op) const
+{
+    return queryValueList(validID(id, op));
+}
+
+std::vector<tagStorageData> CkelMemoryDataStorage::queryDataList(unsigned int id, Operator op) const
+{
+    return queryDataList(validID(id, op));
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryValueListBetween(unsigned int from, unsigned int to) const
+{
+    return queryValueList(validID(from, to));
+}
+
+std::vector<tagStorageData> CkelMemoryDataStorage::queryDataListBetween(unsigned int from, unsigned int to) const
+{
+    return queryDataList(validID(from, to));
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryFieldList(unsigned int id, const std::string& field,
+                                                               FieldType type, Operator op) const
+{
+    return queryFieldList(validID(id, op), field, type);
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryFieldListBetween(unsigned int from, unsigned int to,
+                                                                      const std::string& field, FieldType type) const
+{
+    return queryFieldList(validID(from, to), field, type);
+}
+
+std::vector<CkelVariant> CkelMemoryDataStorage::queryValueListByField(const std::string& field, FieldType /*type*/,
+                                                                      const CkelVariant& value, Operator op) const
+{
+    const std::vector<unsigned int> ids = selectByField(field, value, op);
+    return ids.empty() ? std::vector<CkelVariant>() : queryValueList(ids);
+}
+
+std::vector<tagStorageData> CkelMemoryDataStorage::queryDataListByField(const std::string& field, FieldType /*type*/,
+                                                                        const CkelVariant& value, Operator op) const
+{
+    const std::vector<unsigned int> ids = selectByField(field, value, op);
+    return ids.empty() ? std::vector<tagStorageData>() : queryDataList(ids);
+}
+
+// Saving
+
+void CkelMemoryDataStorage::timerEvent(CkelTimerEvent* /*event*/)
+{
+    if (hasLocalDB())
+        syncToMemoryDB();
+}
+
+void CkelMemoryDataStorage::syncToMemoryDB()
+{
+    const CkelMutexLocker lock(m_mutex);
+    pushMarked(DirtyModified, tagDBBlock::Update);
+    pushMarked(DirtyInserted, tagDBBlock::Insert);
+    pushDeleted();
+}
+
+void CkelMemoryDataStorage::pushMarked(DirtyMark mark, int blockKind)
+{
+    std::vector<tagStorageData> records = queryDataListByField("Dirty", AnyFieldType, int{mark}, Equal);
+    if (records.empty())
+        return;
+    std::vector<unsigned int> ids;
+    ids.reserve(records.size());
+    for (const tagStorageData& record : records)
+        ids.push_back(record.ID);
+    m_memoryDB->push({blockKind, std::move(records)});
+    for (const unsigned int id : ids)
+        updateField(id, "Dirty", int{DirtyClean}, false);
+}
+
+void CkelMemoryDataStorage::pushDeleted()
+{
+    const std::vector<unsigned int> ids = validIDByDirty(DirtyDeleted, Equal);
+    if (ids.empty())
+        return;
+    std::vector<tagStorageData> records(ids.size());
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        records[i].ID = ids[i];
+        m_idMap->erase(ids[i]);
+    }
+    // Several names may lead to one item, and a name may lead to another item than the one that bears it.
+    for (auto name = m_nameMap->begin(); name != m_nameMap->end();)
+        name = m_idMap->count(name->second) != 0 ? std::next(name) : m_nameMap->erase(name);
+    m_memoryDB->push({tagDBBlock::Delete, std::move(records)});
+}
+
+// Updates
+
+CkelVariant CkelMemoryDataStorage::toStoreValue(unsigned int valueType, const CkelVariant& value) const
+{
+    switch (valueType) {
+    case ValueTypeInteger1:
+    case ValueTypeInteger2:
+    case ValueTypeInteger3:
+    case ValueTypeInteger4:
+    case ValueTypeInteger5:
+    case ValueTypeInteger6:
+    case ValueTypeInteger7:
+    case ValueTypeInteger11:
+    case ValueTypeInteger12:
+    case ValueTypeInteger14:
+        return value.canConvert(CkelVariant::LongLong) ? CkelVariant(value.toLongLong()) : CkelVariant();
+    case ValueTypeReal8:
+    case ValueTypeReal9:
+        return value.canConvert(CkelVariant::Double) ? CkelVariant(value.toDouble()) : CkelVariant();
+    case ValueTypeText:
+        return value.canConvert(CkelVariant::String) ? CkelVariant(value.toStdString()) : CkelVariant();
+    case ValueTypeUnsigned13:
+    case ValueTypeUnsigned16:
+        return value.canConvert(CkelVariant::ULongLong) ? CkelVariant(value.toULongLong()) : CkelVariant();
+    default:
+        return {};
+    }
+}
+
+void CkelMemoryDataStorage::storeValue(tagStorageData& item, CkelVariant&& value, bool merge)
+{
+    auto event =
+        std::make_unique<CkelAnyDataSensorEvent>(static_cast<int>(item.ID), value, CkelDataSensorEvent::AnyData,
+                                                 merge ? CkelDataSensorEvent::Merge : CkelDataSensorEvent::NoMerge);
+    item.Value = std::move(value);
+    CkelApplicationPlus::dataSensor()->post(event.release());
+}
+
+CkelVariant CkelMemoryDataStorage::updateValue(unsigned int id, const CkelVariant& value, bool merge)
+{
+    tagStorageData* const item = findLive(id);
+    if (!item)
+        return {};
+    CkelVariant before = item->Value;
+    if (value.isNull())
+        return before;
+    CkelVariant converted = toStoreValue(item->ValueT, value);
+    if (converted.cmp(before))
+        return before;
+    item->Dirty = DirtyModified;
+    storeValue(*item, std::move(converted), merge);
+    return before;
+}
+
+CkelVariant CkelMemoryDataStorage::updateValue(const std::string& nameID, const CkelVariant& value, bool merge)
+{
+    const unsigned int id = ID(nameID);
+    return id != 0 ? updateValue(id, value, merge) : CkelVariant();
+}
+
+void CkelMemoryDataStorage::updateData(const tagStorageData& record, bool merge)
+{
+    tagStorageData* const item = record.ID != 0 ? findLive(record.ID) : nullptr;
+    if (!item)
+        return;
+    if (item->Dirty != DirtyInserted)
+        item->Dirty = DirtyModified;
+    item->CommSource = record.CommSource;
+    item->DBSource = record.DBSource;
+    item->RW = record.RW;
+    item->Block = record.Block;
+    item->ValueT = record.ValueT;
+
+    CkelVariant value = toStoreValue(item->ValueT, record.Value);
+    item->DefValue = toStoreValue(item->ValueT, record.DefValue);
+    item->Max = toStoreValue(item->ValueT, record.Max);
+    item->Min = toStoreValue(item->ValueT, record.Min);
+    if (!value.cmp(item->Value))
+        storeValue(*item, std::move(value), merge);
+}
+
+void CkelMemoryDataStorage::updateDataList(const std::vector<tagStorageData>& records, bool merge)
+{
+    for (const tagStorageData& record : records)
+        updateData(record, merge);
+}
+
+void CkelMemoryDataStorage::updateValueList(const std::vector<unsigned int>& ids,
+                                            const std::vector<CkelVariant>& values, bool merge)
+{
+    forEachPair(ids, values, [&](unsigned int id, const CkelVariant& value) { updateValue(id, value, merge); });
+}
+
+void CkelMemoryDataStorage::updateValueList(const std::vector<std::string>& names,
+                                            const std::vector<CkelVariant>& values, bool merge)
+{
+    forEachPair(names, values,
+                [&](const std::string& name, const CkelVariant& value) { updateValue(name, value, merge); });
+}
+
+void CkelMemoryDataStorage::updateFieldList(const std::vector<unsigned int>& ids, const std::string& field,
+                                            const std::vector<CkelVariant>& values, bool merge)
+{
+    forEachPair(ids, values, [&](unsigned int id, const CkelVariant& value) { updateField(id, field, value, merge); });
+}
+
+void CkelMemoryDataStorage::updateFieldList(const std::vector<std::string>& names, const std::string& field,
+                                            const std::vector<CkelVariant>& values, bool merge)
+{
+    forEachPair(names, values,
+                [&](const std::string& name, const CkelVariant& value) { updateField(name, field, value, merge); });
+}
+
+void CkelMemoryDataStorage::reset()
+{
+    if (!m_idMap)
+        return;
+    for (auto& [id, item] : *m_idMap) {
+        item.Value = item.DefValue;
+        item.Dirty = DirtyModified;
+    }
+}
+
+// Updates of one field
+
+void CkelMemoryDataStorage::updateField(unsigned int id, const std::string& field, const CkelVariant& value, bool merge)
+{
+    if (field == "Value")
+        updateValue(id, value, merge);
+    else if (field == "RW")
+        updateRW(id, value);
+    else if (field == "Block")
+        updateBlock(id, value);
+    else if (field == "CommSource")
+        updateCommSource(id, value);
+    else if (field == "DefValue")
+        updateDefValue(id, value);
+    else if (field == "Max")
+        updateMaxValue(id, value);
+    else if (field == "Min")
+        updateMinValue(id, value);
+    else if (field == "Dirty")
+        updateDirty(id, value);
+}
+
+void CkelMemoryDataStorage::updateField(const std::string& nameID, const std::string& field, const CkelVariant& value,
+                                        bool merge)
+{
+    const unsigned int id = ID(nameID);
+    if (id != 0)
+        updateField(id, field, value, merge);
+}
+
+/// The item whose attribute may be written. Unlike its value, the attributes of an item that is inserted but not yet
+/// collected are closed.
+tagStorageData* CkelMemoryDataStorage::attributeTarget(unsigned int id, const CkelVariant& value) const
+{
+    tagStorageData* const item = value.isNull() ? nullptr : find(id);
+    constexpr unsigned int exceptBitOfTwo = 0xFD; // 1 and 3 become 1
+    return item && (item->Dirty & exceptBitOfTwo) != DirtyInserted ? item : nullptr;
+}
+
+void CkelMemoryDataStorage::updateByte(unsigned int id, std::uint8_t tagStorageData::*field, const CkelVariant& value)
+{
+    tagStorageData* const item = attributeTarget(id, value);
+    if (!item)
+        return;
+    item->*field = lowByte(value);
+    item->Dirty = DirtyModified;
+}
+
+void CkelMemoryDataStorage::updateVariant(unsigned int id, CkelVariant tagStorageData::*field, const CkelVariant& value)
+{
+    tagStorageData* const item = attributeTarget(id, value);
+    if (!item)
+        return;
+    item->*field = toStoreValue(item->ValueT, value);
+    item->Dirty = DirtyModified;
+}
+
+void CkelMemoryDataStorage::updateRW(unsigned int id, const CkelVariant& value)
+{
+    updateByte(id, &tagStorageData::RW, value);
+}
+
+void CkelMemoryDataStorage::updateBlock(unsigned int id, const CkelVariant& value)
+{
+    updateByte(id, &tagStorageData::Block, value);
+}
+
+void CkelMemoryDataStorage::updateCommSource(unsigned int id, const CkelVariant& value)
+{
+    updateByte(id, &tagStorageData::CommSource, value);
+}
+
+void CkelMemoryDataStorage::updateDefValue(unsigned int id, const CkelVariant& value)
+{
+    updateVariant(id, &tagStorageData::DefValue, value);
+}
+
+void CkelMemoryDataStorage::updateMaxValue(unsigned int id, const CkelVariant& value)
+{
+    updateVariant(id, &tagStorageData::Max, value);
+}
+
+void CkelMemoryDataStorage::updateMinValue(unsigned int id, const CkelVariant& value)
+{
+    updateVariant(id, &tagStorageData::Min, value);
+}
+
+void CkelMemoryDataStorage::updateDirty(unsigned int id, const CkelVariant& value)
+{
+    tagStorageData* const item = value.isNull() ? nullptr : find(id);
+    if (item)
+        item->Dirty = lowByte(value);
+}
+
+} // namespace Ombrin

@@ -1,0 +1,488 @@
+#include "datastorage/kelmemorydb.h"
+
+#include "database/kelsqlitestatement.h"
+#include "datastorage/kelmeorydbworkthread.h"
+#include "kernel/kelstring.h"
+#include "kernel/keltimer.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <mutex>
+#include <utility>
+
+namespace Ombrin {
+
+namespace {
+
+constexpr const char* fileName = "kelmem.db";
+constexpr const char* tableName = "kel";
+constexpr int writeInterval = 1000; // milliseconds
+constexpr std::size_t queueCapacity = 100;
+
+const std::vector<CkelSqliteDBOperator::Column>& tableColumns()
+{
+    using Operator = CkelSqliteDBOperator;
+    static const std::vector<Operator::Column> columns{
+        {"ID", Operator::Integer, Operator::PrimaryKey | Operator::NotNull},
+        {"NameID", Operator::Text, Operator::NoConstraint},
+        {"CommSource", Operator::Integer, Operator::NoConstraint},
+        {"RW", Operator::Integer, Operator::NoConstraint},
+        {"Block", Operator::Integer, Operator::NoConstraint},
+        {"ValueT", Operator::Integer, Operator::NoConstraint},
+        {"Value", Operator::Numeric, Operator::NoConstraint},
+        {"DefValue", Operator::Numeric, Operator::NoConstraint},
+        {"Max", Operator::Numeric, Operator::NoConstraint},
+        {"Min", Operator::Numeric, Operator::NoConstraint},
+        {"Unit", Operator::Integer, Operator::NoConstraint},
+        {"CUnit", Operator::Integer, Operator::NoConstraint},
+    };
+    return columns;
+}
+
+std::vector<std::string> columnNames(std::size_t first)
+{
+    std::vector<std::string> names;
+    for (std::size_t i = first; i < tableColumns().size(); ++i)
+        names.push_back(tableColumns()[i].name);
+    return names;
+}
+
+/// An ID as it stands in the file: the same 32 bits, signed.
+int rowID(unsigned int id)
+{
+    return static_cast<int>(id);
+}
+
+/// The form in which a value stands in the file; for a record, the type of its value decides for all four.
+enum class StorageClass
+{
+    Signed,
+    Unsigned,
+    Real,
+    Text,
+    None
+};
+
+StorageClass storageClassOf(const CkelMemoryDB& database, CkelVariant::Type type)
+{
+    if (database.canConvert(type, CkelVariant::LongLong))
+        return StorageClass::Signed;
+    if (database.canConvert(type, CkelVariant::ULongLong))
+        return StorageClass::Unsigned;
+    if (database.canConvert(type, CkelVariant::Double)) // true for every type: texts become numbers
+        return StorageClass::Real;
+    if (database.canConvert(type, CkelVariant::String))
+        return StorageClass::Text;
+    return StorageClass::None;
+}
+
+bool bindValue(CkelSqliteStatement& statement, int position, const CkelVariant& value, StorageClass form)
+{
+    switch (form) {
+    case StorageClass::Signed:
+        return statement.bind(position, value.toLongLong());
+    case StorageClass::Unsigned:
+        return statement.bind(position, static_cast<long long>(value.toULongLong()));
+    case StorageClass::Real:
+        return statement.bind(position, value.toDouble());
+    case StorageClass::Text:
+        return statement.bind(position, value.toStdString());
+    default:
+        return false;
+    }
+}
+
+/// CommSource, RW, Block, ValueT, the four values, Unit and CUnit, from `position` on.
+bool bindFields(CkelSqliteStatement& statement, int position, const tagStorageData& record, StorageClass form)
+{
+    return statement.bind(position, int{record.CommSource}) && statement.bind(position + 1, int{record.RW}) &&
+           statement.bind(position + 2, int{record.Block}) && statement.bind(position + 3, int{record.ValueT}) &&
+           bindValue(statement, position + 4, record.Value, form) &&
+           bindValue(statement, position + 5, record.DefValue, form) &&
+           bindValue(statement, position + 6, record.Max, form) &&
+           bindValue(statement, position + 7, record.Min, form) && statement.bind(position + 8, 0) &&
+           statement.bind(position + 9, 0);
+}
+
+bool bindRow(CkelSqliteStatement& statement, const tagStorageData& record, StorageClass form)
+{
+    return statement.bind(1, rowID(record.ID)) && statement.bind(2, record.NameID) &&
+           bindFields(statement, 3, record, form);
+}
+
+std::vector<unsigned int> idsOf(const std::vector<tagStorageData>& records)
+{
+    std::vector<unsigned int> ids;
+    ids.reserve(records.size());
+    for (const tagStorageData& record : records)
+        ids.push_back(record.ID);
+    return ids;
+}
+
+/// A failed record is left behind and the batch goes on, unless SQLite has given up the whole transaction.
+bool canGoOn(sqlite3* connection)
+{
+    return sqlite3_get_autocommit(connection) == 0;
+}
+
+/// A number as SQL writes it.
+std::string literalOf(const CkelVariant& value, StorageClass form)
+{
+    switch (form) {
+    case StorageClass::Signed:
+        return CkelString::number(value.toLongLong()).toStdString();
+    case StorageClass::Unsigned:
+        return CkelString::number(static_cast<long long>(value.toULongLong())).toStdString();
+    default:
+        break;
+    }
+    const double real = value.toDouble();
+    if (std::isnan(real))
+        return "NULL";
+    if (std::isinf(real))
+        return real > 0 ? "9e999" : "-9e999";
+    return CkelString::number(real).toStdString();
+}
+
+/// Fills the four values from columns 6 to 9. False when no such value type is known here: unlike in memory, 11 is
+/// read as unsigned and 16 is unknown.
+bool readValues(const CkelSqliteVariantVector& row, tagStorageData& record)
+{
+    const auto read = [&row, &record](auto as) {
+        using Form = decltype(as);
+        record.Value = row.toValue<Form>(6);
+        record.DefValue = row.toValue<Form>(7);
+        record.Max = row.toValue<Form>(8);
+        record.Min = row.toValue<Form>(9);
+        return true;
+    };
+    switch (record.ValueT) {
+    case ValueTypeInteger1:
+    case ValueTypeInteger2:
+    case ValueTypeInteger3:
+    case ValueTypeInteger4:
+    case ValueTypeInteger5:
+    case ValueTypeInteger6:
+    case ValueTypeInteger7:
+    case ValueTypeInteger12:
+    case ValueTypeInteger14:
+        return read(0LL);
+    case ValueTypeReal8:
+    case ValueTypeReal9:
+        return read(0.0);
+    case ValueTypeText:
+        return read(std::string());
+    case ValueTypeInteger11:
+    case ValueTypeUnsigned13:
+        return read(0ULL);
+    default:
+        return false;
+    }
+}
+
+std::uint8_t byteOf(const CkelSqliteVariantVector& row, int column)
+{
+    return static_cast<std::uint8_t>(row.toValue<unsigned int>(column));
+}
+
+} // namespace
+
+CkelMemoryDB::CkelMemoryDB(CkelObject* parent) : CkelObject(parent)
+{
+    storeherits("CkelMemoryDB");
+    m_database.open(fileName);
+    m_thread = std::make_unique<CkelMeoryDBWorkThread>();
+    m_timer = std::make_unique<CkelTimer>();
+    m_timer->connectTimeOut("CkelMemoryDB::sync()", [this] { sync(); });
+    m_timer->start(writeInterval);
+    m_timer->moveToThread(m_thread.get());
+    m_thread->start(CkelThread::InheritPriority);
+}
+
+CkelMemoryDB::~CkelMemoryDB()
+{
+    m_timer->stop();
+    m_thread->terminate();
+    m_database.close();
+    m_timer.reset();
+    m_thread.reset();
+}
+
+// The queue
+
+void CkelMemoryDB::push(tagDBBlock block)
+{
+    const CkelMutexLocker lock(m_queueMutex);
+    if (m_queue.size() < queueCapacity)
+        m_queue.push_back(std::move(block));
+}
+
+tagDBBlock CkelMemoryDB::pop()
+{
+    const CkelMutexLocker lock(m_queueMutex);
+    tagDBBlock block = std::move(m_queue.front());
+    m_queue.pop_front();
+    return block;
+}
+
+bool CkelMemoryDB::isEmpty() const
+{
+    const CkelMutexLocker lock(m_queueMutex);
+    return m_queue.empty();
+}
+
+void CkelMemoryDB::sync()
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    if (isEmpty())
+        return;
+    const tagDBBlock block = pop();
+    switch (block.kind) {
+    case tagDBBlock::Insert:
+        insertRows(block.records);
+        break;
+    case tagDBBlock::Update:
+        updateRows(block.records);
+        break;
+    case tagDBBlock::Delete:
+        deleteRows(idsOf(block.records));
+        break;
+    default:
+        break;
+    }
+}
+
+// The table
+
+CkelSqliteDBOperator CkelMemoryDB::tableOperator() const
+{
+    CkelSqliteDBOperator table(&m_database);
+    table.selectTable(tableName);
+    return table;
+}
+
+bool CkelMemoryDB::hasMemoryDBTable() const
+{
+    // A storage asks every second on its own thread, which must not stand still while a block is written.
+    std::unique_lock<CkelMutex> lock;
+    if (m_table == TableState::Unknown)
+        lock = std::unique_lock<CkelMutex>(m_fileMutex);
+    else if (m_fileMutex.tryLock())
+        lock = std::unique_lock<CkelMutex>(m_fileMutex, std::adopt_lock);
+    if (lock.owns_lock())
+        m_table = queryTable();
+    return m_table == TableState::Present;
+}
+
+CkelMemoryDB::TableState CkelMemoryDB::queryTable() const
+{
+    const std::vector<std::string> tables = tableOperator().tables();
+    if (m_database.lastResult() != SQLITE_DONE)
+        return TableState::Unknown;
+    const bool found = std::find(tables.begin(), tables.end(), tableName) != tables.end();
+    return found ? TableState::Present : TableState::Missing;
+}
+
+bool CkelMemoryDB::createMemoryDBTable()
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    return createTable();
+}
+
+bool CkelMemoryDB::createTable()
+{
+    const CkelSqliteDBOperator table = tableOperator();
+    if (!table.execute_helper(table.createText(tableColumns())))
+        return false;
+    m_table = TableState::Present;
+    return true;
+}
+
+bool CkelMemoryDB::dropMemoryDBTable()
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    return dropTable();
+}
+
+bool CkelMemoryDB::dropTable()
+{
+    const CkelSqliteDBOperator table = tableOperator();
+    if (!table.execute_helper(table.dropText()))
+        return false;
+    m_table = TableState::Missing;
+    return true;
+}
+
+bool CkelMemoryDB::rebuildMemoryDBTable(const std::vector<tagStorageData>& records)
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    CkelSqliteTransaction transaction(m_database.handle());
+    if (!transaction.isOpen())
+        return false;
+    sqlite3* const connection = m_database.handle();
+    const bool done = (queryTable() == TableState::Missing || dropTable()) && canGoOn(connection) && createTable() &&
+                      canGoOn(connection) && replaceRows(records) && transaction.commit();
+    if (!done)
+        m_table = TableState::Unknown; // rolled back to what it was
+    return done;
+}
+
+bool CkelMemoryDB::insertData(const tagStorageData& record)
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    CkelSqliteStatement statement(m_database.handle(), tableOperator().replaceText(tableColumns().size()));
+    return bindRow(statement, record, storageClassOf(*this, record.Value.type())) && statement.execute();
+}
+
+bool CkelMemoryDB::insertDatas(const std::vector<tagStorageData>& records)
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    return insertRows(records);
+}
+
+bool CkelMemoryDB::insertRows(const std::vector<tagStorageData>& records)
+{
+    CkelSqliteTransaction transaction(m_database.handle());
+    return transaction.isOpen() && replaceRows(records) && transaction.commit();
+}
+
+bool CkelMemoryDB::replaceRows(const std::vector<tagStorageData>& records)
+{
+    CkelSqliteStatement statement(m_database.handle(), tableOperator().insertText(columnNames(0), true));
+    for (const tagStorageData& record : records) {
+        if (bindRow(statement, record, storageClassOf(*this, record.Value.type())))
+            statement.execute();
+        if (!canGoOn(m_database.handle()))
+            return false;
+    }
+    return statement.isValid();
+}
+
+bool CkelMemoryDB::updateValue(unsigned int id, const CkelVariant& value)
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    const CkelSqliteDBOperator table = tableOperator();
+    return table.execute_helper(table.updateText("Value", literalOf(value, storageClassOf(*this, value.type())), "ID",
+                                                 CkelString::number(rowID(id)).toStdString()));
+}
+
+bool CkelMemoryDB::updateValues(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values)
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    CkelSqliteTransaction transaction(m_database.handle());
+    CkelSqliteStatement statement(
+        m_database.handle(),
+        tableOperator().updateText({"Value"}, CkelSqliteDBOperator::whereText("ID", CkelSqliteDBOperator::Equal, "?")));
+    if (!transaction.isOpen() || !statement.isValid())
+        return false;
+    const std::size_t count = std::min(ids.size(), values.size());
+    for (std::size_t i = 0; i < count && canGoOn(m_database.handle()); ++i) {
+        if (!values[i].isNull() && bindValue(statement, 1, values[i], storageClassOf(*this, values[i].type())) &&
+            statement.bind(2, rowID(ids[i])))
+            statement.execute();
+    }
+    return canGoOn(m_database.handle()) && transaction.commit();
+}
+
+bool CkelMemoryDB::updateDatas(const std::vector<tagStorageData>& records)
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    return updateRows(records);
+}
+
+bool CkelMemoryDB::updateRows(const std::vector<tagStorageData>& records)
+{
+    constexpr std::size_t firstField = 2; // behind ID and NameID, which never change
+    constexpr int idPosition = 11;
+    CkelSqliteTransaction transaction(m_database.handle());
+    CkelSqliteStatement statement(
+        m_database.handle(),
+        tableOperator().updateText(columnNames(firstField),
+                                   CkelSqliteDBOperator::whereText("ID", CkelSqliteDBOperator::Equal, "?")));
+    if (!transaction.isOpen() || !statement.isValid())
+        return false;
+    for (const tagStorageData& record : records) {
+        if (bindFields(statement, 1, record, storageClassOf(*this, record.Value.type())) &&
+            statement.bind(idPosition, rowID(record.ID)))
+            statement.execute();
+        if (!canGoOn(m_database.handle()))
+            return false;
+    }
+    return transaction.commit();
+}
+
+bool CkelMemoryDB::deleteData(unsigned int id)
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    CkelSqliteStatement statement(m_database.handle(), tableOperator().deleteText("ID"));
+    return statement.bind(1, rowID(id)) && statement.execute();
+}
+
+void CkelMemoryDB::deleteDatas(const std::vector<unsigned int>& ids)
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    deleteRows(ids);
+}
+
+void CkelMemoryDB::deleteDatas(const std::vector<tagStorageData>& records)
+{
+    deleteDatas(idsOf(records));
+}
+
+void CkelMemoryDB::deleteRows(const std::vector<unsigned int>& ids)
+{
+    const CkelSqliteDBOperator table = tableOperator();
+    table.execute_helper(table.deleteText("ID", ids));
+}
+
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): part of the interface as it is
+bool CkelMemoryDB::canConvert(CkelVariant::Type from, CkelVariant::Type to) const
+{
+    using Variant = CkelVariant;
+    if (from == to)
+        return true;
+    switch (to) {
+    case Variant::Int:
+        return from == Variant::Bool || from == Variant::Char;
+    case Variant::UInt:
+    case Variant::Char:
+        return from == Variant::Bool;
+    case Variant::LongLong:
+        return from == Variant::Bool || from == Variant::Int || from == Variant::UInt || from == Variant::Char;
+    case Variant::ULongLong:
+        return from == Variant::Bool || from == Variant::UInt;
+    case Variant::Double:
+        return true;
+    case Variant::String:
+    case Variant::ByteArray:
+        return from == Variant::String;
+    default:
+        return false;
+    }
+}
+
+const std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    m_loadedList.clear();
+    m_loadComplete = m_database.forEachRow(tableOperator().selectText(), [this](const CkelSqliteVariantVector& row) {
+        tagStorageData record{};
+        record.ID = row.toValue<unsigned int>(0);
+        record.NameID = row.toValue<std::string>(1);
+        record.CommSource = byteOf(row, 2);
+        record.RW = byteOf(row, 3);
+        record.Block = byteOf(row, 4);
+        record.ValueT = byteOf(row, 5);
+        if (readValues(row, record))
+            m_loadedList.push_back(std::move(record));
+        else
+            std::cout << "CkelMemoryDB::loadMemoryDB( id= " << record.ID << " ) : Unknown Type " << int{record.ValueT}
+                      << std::endl;
+    });
+    return m_loadedList;
+}
+
+} // namespace Ombrin

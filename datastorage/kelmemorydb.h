@@ -1,0 +1,138 @@
+#pragma once
+
+#include "database/kelsqlitedb.h"
+#include "database/kelsqlitedboperator.h"
+#include "datastorage/kelstoragedata.h"
+#include "kernel/kelglobal.h"
+#include "kernel/kelmutex.h"
+#include "kernel/kelobject.h"
+#include "kernel/kelvariant.h"
+
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Ombrin {
+
+class CkelMeoryDBWorkThread;
+class CkelTimer;
+
+/// Changes that wait to be written.
+struct tagDBBlock
+{
+    enum Kind : int
+    {
+        Insert = 0, ///< insert or replace the records
+        Update = 1,
+        Delete = 2 ///< the records carry their ID only
+    };
+
+    int kind; ///< a Kind; a block of any other is discarded
+    std::vector<tagStorageData> records;
+};
+
+/// The saved mirror of a memory storage: the table "kel" in the SQLite file "kelmem.db" of the working directory.
+///
+/// Of each item it keeps everything but DBSource, Dirty and Reserved. The four value columns hold numbers only: a text
+/// is written as the number that it reads as, 0 for most. IDs above 2147483647 stand in the file as negative numbers of
+/// the same 32 bits.
+///
+/// Every operation but the loading one reports success by its result and prints nothing.
+///
+/// **Writing behind.** Blocks of changes wait in a queue; a worker thread takes one a second and writes it in one
+/// transaction. Destruction lets a block that is being written finish and drops those that wait.
+///
+/// **Threads.** Every operation is safe from any thread. One works on the file at a time; hasMemoryDBTable does not
+/// wait for it.
+class KEL_EXPORT CkelMemoryDB : public CkelObject
+{
+public:
+    /// Opens "kelmem.db", and makes it if it is missing. Where that fails, every operation fails. Starts the worker
+    /// thread.
+    explicit CkelMemoryDB(CkelObject* parent = nullptr);
+    ~CkelMemoryDB() override;
+
+    bool hasMemoryDBTable() const KEL_NO_LOCK_ANALYSIS; // the lock is taken, or tried
+
+    /// Whether the last hasMemoryDBTable could read the file; false, for one, while another process holds it locked.
+    bool isTableKnown() const { return m_table != TableState::Unknown; }
+
+    bool createMemoryDBTable();
+    bool dropMemoryDBTable();
+
+    /// Drops the table, creates it and fills it with `records`, all of it or nothing.
+    bool rebuildMemoryDBTable(const std::vector<tagStorageData>& records);
+
+    /// Replaces the rows of the same IDs.
+    bool insertData(const tagStorageData& record);
+    bool insertDatas(const std::vector<tagStorageData>& records);
+
+    /// Sets the value alone. Null values are skipped in the list form. The single form writes a double as a decimal,
+    /// which SQLite reads exactly up to 15 digits.
+    bool updateValue(unsigned int id, const CkelVariant& value);
+    bool updateValues(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values);
+
+    /// Sets everything but the name.
+    bool updateDatas(const std::vector<tagStorageData>& records);
+
+    bool deleteData(unsigned int id);
+
+    /// The statement for several rows is one that SQLite refuses: the rows stay in the file.
+    void deleteDatas(const std::vector<unsigned int>& ids);
+    void deleteDatas(const std::vector<tagStorageData>& records);
+
+    /// Whether the table keeps a value of type `from` as one of type `to`. Goes by the types alone, unlike
+    /// CkelVariant::canConvert.
+    bool canConvert(CkelVariant::Type from, CkelVariant::Type to) const;
+
+    /// All rows. The list is this object's, until the next load. A row of an unknown value type is reported on standard
+    /// output and left out.
+    const std::vector<tagStorageData>& loadMemoryDB();
+
+    /// Whether the last loadMemoryDB could read the table to its end.
+    bool isLoadComplete() const { return m_loadComplete; }
+
+    /// Queues a block behind the others. A hundred may wait; one more is dropped.
+    void push(tagDBBlock block);
+
+    /// Takes the block at the front of the queue, which must not be empty.
+    tagDBBlock pop();
+    bool isEmpty() const;
+
+    /// Writes the block at the front of the queue, if there is one. The worker thread calls it every second.
+    void sync();
+
+private:
+    CkelSqliteDBOperator tableOperator() const;
+    enum class TableState
+    {
+        Unknown,
+        Missing,
+        Present
+    };
+
+    TableState queryTable() const KEL_REQUIRES(m_fileMutex);
+    bool createTable() KEL_REQUIRES(m_fileMutex);
+    bool dropTable() KEL_REQUIRES(m_fileMutex);
+    bool insertRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
+    bool replaceRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
+    bool updateRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
+    void deleteRows(const std::vector<unsigned int>& ids) KEL_REQUIRES(m_fileMutex);
+
+    // Held by whoever works on the file, from the first statement of an operation to its last.
+    mutable CkelMutex m_fileMutex;
+    mutable CkelSqliteDB m_database;
+    mutable std::atomic<TableState> m_table{TableState::Unknown}; // as last seen
+    std::unique_ptr<CkelMeoryDBWorkThread> m_thread;
+    std::unique_ptr<CkelTimer> m_timer;
+
+    mutable CkelMutex m_queueMutex;
+    std::deque<tagDBBlock> m_queue KEL_GUARDED_BY(m_queueMutex);
+
+    std::vector<tagStorageData> m_loadedList;
+    bool m_loadComplete = false;
+};
+
+} // namespace Ombrin

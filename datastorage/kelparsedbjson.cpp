@@ -1,0 +1,172 @@
+#undef NDEBUG // the checks of the dictionary hold in every build, RapidJSON's among them
+
+#include "datastorage/kelparsedbjson.h"
+
+#include "kernel/kelfile.h"
+#include "kernel/kelstring.h"
+
+#include <rapidjson/document.h>
+
+#include <cassert>
+#include <iostream>
+
+namespace Ombrin {
+
+namespace {
+
+// Those who look after devices know the check below by its line. Keep it where it is.
+struct Root
+{
+    explicit Root(const char* text) { m_document.Parse(text); }
+
+    rapidjson::Value::ConstArray items() const;
+
+private:
+    rapidjson::Document m_document;
+};
+
+rapidjson::Value::ConstArray Root::items() const
+{
+    if (!m_document.HasMember("kel")) {
+        std::cout << "kel not be found!" << std::endl;
+        assert(false);
+    }
+    return m_document["kel"].GetArray();
+}
+
+std::uint8_t lowByte(const rapidjson::Value& number)
+{
+    return static_cast<std::uint8_t>(number.GetUint());
+}
+
+bool is(const rapidjson::Value& key, const char* name)
+{
+    return key == rapidjson::StringRef(name);
+}
+
+} // namespace
+
+CkelParseDBJson::CkelParseDBJson() = default;
+
+CkelParseDBJson::~CkelParseDBJson() = default;
+
+const std::vector<tagStorageData>& CkelParseDBJson::unread()
+{
+    static const std::vector<tagStorageData> list;
+    return list;
+}
+
+const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fileName)
+{
+    CkelFile file(CkelString::fromAscii(fileName.c_str(), -1));
+    if (!file.open(CkelDevice::ReadOnly)) {
+        std::cout << "CkelParseDBJson::Parse： open error" << std::endl;
+        return unread();
+    }
+    const CkelByteArray bytes = file.readAll();
+    m_dataList.clear();
+
+    const Root root(bytes.data());
+    const auto items = root.items();
+    m_dataList.reserve(items.Size());
+    for (const rapidjson::Value& item : items) {
+        const tagStorageData& record = deepParse(item, item.MemberCount(), fileName);
+        if (record.ID != 0)
+            m_dataList.push_back(record);
+    }
+    return m_dataList;
+}
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): part of the interface as it is
+tagStorageData& CkelParseDBJson::deepParse(const rapidjson::Value& item, unsigned int /*memberCount*/,
+                                           std::string /*fileName*/)
+{
+    m_data.ID = 0;
+    for (const auto& member : item.GetObject()) {
+        const rapidjson::Value& key = member.name;
+        const rapidjson::Value& value = member.value;
+        if (is(key, "Value"))
+            setValue(value, m_data.Value);
+        else if (is(key, "DefValue"))
+            setValue(value, m_data.DefValue);
+        else if (is(key, "Max"))
+            setValue(value, m_data.Max);
+        else if (is(key, "Min"))
+            setValue(value, m_data.Min);
+        else if (value.IsString() && is(key, "NameID"))
+            m_data.NameID = value.GetString();
+        else if (!value.IsUint())
+            continue;
+        else if (is(key, "ID"))
+            m_data.ID = value.GetUint();
+        else if (is(key, "CommSource"))
+            m_data.CommSource = lowByte(value);
+        else if (is(key, "DBSource"))
+            m_data.DBSource = lowByte(value);
+        else if (is(key, "RW"))
+            m_data.RW = lowByte(value);
+        else if (is(key, "Block"))
+            m_data.Block = lowByte(value);
+        else if (is(key, "ValueT"))
+            m_data.ValueT = lowByte(value);
+    }
+    return m_data;
+}
+
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): part of the interface as it is
+void CkelParseDBJson::setValue(const rapidjson::Value& value, CkelVariant& target)
+{
+    if (value.IsBool())
+        target = CkelVariant(value.GetBool());
+    else if (value.IsInt())
+        target = CkelVariant(value.GetInt());
+    else if (value.IsUint())
+        target = CkelVariant(value.GetUint());
+    else if (value.IsInt64())
+        target = CkelVariant(static_cast<long long>(value.GetInt64()));
+    else if (value.IsUint64())
+        target = CkelVariant(static_cast<unsigned long long>(value.GetUint64()));
+    else if (value.IsNumber())
+        target = CkelVariant(value.GetDouble());
+    else if (value.IsString())
+        target = CkelVariant(value.GetString());
+}
+
+void CkelParseDBJson::printJson(const rapidjson::Value& item, unsigned int /*memberCount*/)
+{
+    for (const auto& member : item.GetObject()) {
+        const std::string key(member.name.GetString(), member.name.GetStringLength());
+        if (key == "ID")
+            std::cout << " id = " << member.value.GetUint() << std::endl;
+        else if (key == "NameID")
+            std::cout << " name = " << member.value.GetString() << std::endl;
+        else if (key == "CommSource")
+            std::cout << " CommSource = " << member.value.GetUint() << std::endl;
+        else if (key == "Block" || key == "RW" || key == "ValueT" || key == "Value" || key == "DefValue" ||
+                 key == "Max" || key == "Min" || key == "DBSource")
+            printDependType(key, member.value);
+    }
+}
+
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): part of the interface as it is
+void CkelParseDBJson::printDependType(const std::string& key, const rapidjson::Value& value)
+{
+    std::cout << ' ' << key << " = ";
+    if (value.IsBool())
+        std::cout << value.GetBool();
+    else if (value.IsInt())
+        std::cout << value.GetInt();
+    else if (value.IsUint())
+        std::cout << value.GetUint();
+    else if (value.IsInt64())
+        std::cout << value.GetInt64();
+    else if (value.IsUint64())
+        std::cout << value.GetUint64();
+    else if (value.IsNumber())
+        std::cout << value.GetDouble();
+    else if (value.IsString())
+        std::cout << value.GetString();
+    std::cout << std::endl;
+}
+
+} // namespace Ombrin

@@ -3,6 +3,7 @@
 #include "database/kelsqlitedb.h"
 #include "datastorage/kelmemorydb.h"
 #include "datastorage/kelparsedbjson.h"
+#include "datastorage/kelrowvalues.h"
 #include "kernel/kelapplicationplus.h"
 #include "kernel/keldatasensor.h"
 #include "kernel/kelevent.h"
@@ -94,59 +95,16 @@ std::uint8_t lowByte(const CkelVariant& value)
     return static_cast<std::uint8_t>(value.toUInt());
 }
 
-std::uint8_t lowByte(const CkelSqliteVariantVector& row, int column)
-{
-    return static_cast<std::uint8_t>(row.toValue<unsigned int>(column));
-}
-
-/// Reads the value columns of a configuration database. A text item's bounds are not read. False when no such value
-/// type is known here: unlike in memory, 11 is read as unsigned and 16 is unknown.
-bool readValues(const CkelSqliteVariantVector& row, tagStorageData& record)
-{
-    const auto read = [&row, &record](auto as) {
-        using Form = decltype(as);
-        record.Value = row.toValue<Form>(7);
-        record.DefValue = row.toValue<Form>(8);
-        if (record.ValueT != ValueTypeText) {
-            record.Max = row.toValue<Form>(9);
-            record.Min = row.toValue<Form>(10);
-        }
-        return true;
-    };
-    switch (record.ValueT) {
-    case ValueTypeInteger1:
-    case ValueTypeInteger2:
-    case ValueTypeInteger3:
-    case ValueTypeInteger4:
-    case ValueTypeInteger5:
-    case ValueTypeInteger6:
-    case ValueTypeInteger7:
-    case ValueTypeInteger12:
-    case ValueTypeInteger14:
-        return read(0LL);
-    case ValueTypeReal8:
-    case ValueTypeReal9:
-        return read(0.0);
-    case ValueTypeText:
-        return read(std::string());
-    case ValueTypeInteger11:
-    case ValueTypeUnsigned13:
-        return read(0ULL);
-    default:
-        return false;
-    }
-}
-
 bool readRow(const CkelSqliteVariantVector& row, tagStorageData& record)
 {
     record.ID = row.toValue<unsigned int>(0);
     record.NameID = row.toValue<std::string>(1);
-    record.CommSource = lowByte(row, 2);
-    record.DBSource = lowByte(row, 3);
-    record.RW = lowByte(row, 4);
-    record.Block = lowByte(row, 5);
-    record.ValueT = lowByte(row, 6);
-    return readValues(row, record);
+    record.CommSource = byteOf(row, 2);
+    record.DBSource = byteOf(row, 3);
+    record.RW = byteOf(row, 4);
+    record.Block = byteOf(row, 5);
+    record.ValueT = byteOf(row, 6);
+    return readValues(row, 7, false, record);
 }
 
 } // namespace
@@ -301,7 +259,7 @@ bool CkelMemoryDataStorage::createLocalDB()
 
 bool CkelMemoryDataStorage::loadLocalDB()
 {
-    m_loadedData = m_memoryDB->loadMemoryDB();
+    m_loadedData = std::move(m_memoryDB->loadMemoryDB());
     if (m_idMap) {
         restoreValues();
         return true;

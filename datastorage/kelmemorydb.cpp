@@ -2,6 +2,7 @@
 
 #include "database/kelsqlitestatement.h"
 #include "datastorage/kelmeorydbworkthread.h"
+#include "datastorage/kelrowvalues.h"
 #include "kernel/kelstring.h"
 #include "kernel/keltimer.h"
 
@@ -145,47 +146,6 @@ std::string literalOf(const CkelVariant& value, StorageClass form)
     if (std::isinf(real))
         return real > 0 ? "9e999" : "-9e999";
     return CkelString::number(real).toStdString();
-}
-
-/// Fills the four values from columns 6 to 9. False when no such value type is known here: unlike in memory, 11 is
-/// read as unsigned and 16 is unknown.
-bool readValues(const CkelSqliteVariantVector& row, tagStorageData& record)
-{
-    const auto read = [&row, &record](auto as) {
-        using Form = decltype(as);
-        record.Value = row.toValue<Form>(6);
-        record.DefValue = row.toValue<Form>(7);
-        record.Max = row.toValue<Form>(8);
-        record.Min = row.toValue<Form>(9);
-        return true;
-    };
-    switch (record.ValueT) {
-    case ValueTypeInteger1:
-    case ValueTypeInteger2:
-    case ValueTypeInteger3:
-    case ValueTypeInteger4:
-    case ValueTypeInteger5:
-    case ValueTypeInteger6:
-    case ValueTypeInteger7:
-    case ValueTypeInteger12:
-    case ValueTypeInteger14:
-        return read(0LL);
-    case ValueTypeReal8:
-    case ValueTypeReal9:
-        return read(0.0);
-    case ValueTypeText:
-        return read(std::string());
-    case ValueTypeInteger11:
-    case ValueTypeUnsigned13:
-        return read(0ULL);
-    default:
-        return false;
-    }
-}
-
-std::uint8_t byteOf(const CkelSqliteVariantVector& row, int column)
-{
-    return static_cast<std::uint8_t>(row.toValue<unsigned int>(column));
 }
 
 } // namespace
@@ -464,7 +424,7 @@ bool CkelMemoryDB::canConvert(CkelVariant::Type from, CkelVariant::Type to) cons
     }
 }
 
-const std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
+std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
 {
     const CkelMutexLocker lock(m_fileMutex);
     m_loadedList.clear();
@@ -476,7 +436,7 @@ const std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
         record.RW = byteOf(row, 3);
         record.Block = byteOf(row, 4);
         record.ValueT = byteOf(row, 5);
-        if (readValues(row, record))
+        if (readValues(row, 6, true, record))
             m_loadedList.push_back(std::move(record));
         else
             std::cout << "CkelMemoryDB::loadMemoryDB( id= " << record.ID << " ) : Unknown Type " << int{record.ValueT}

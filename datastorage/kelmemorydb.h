@@ -87,9 +87,9 @@ public:
     /// CkelVariant::canConvert.
     bool canConvert(CkelVariant::Type from, CkelVariant::Type to) const;
 
-    /// All rows. The list is this object's, until the next load. A row of an unknown value type is reported on standard
-    /// output and left out.
-    const std::vector<tagStorageData>& loadMemoryDB();
+    /// All rows. The list is this object's, until the next load; a caller may move from it. A row of an unknown value
+    /// type is reported on standard output and left out.
+    std::vector<tagStorageData>& loadMemoryDB();
 
     /// Whether the last loadMemoryDB could read the table to its end.
     bool isLoadComplete() const { return m_loadComplete; }

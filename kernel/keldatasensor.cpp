@@ -207,8 +207,8 @@ void CkelDataSensor::Private::wakeLoop()
 {
     if (!loop || wakePending)
         return;
-    wakePending = true;
     loop->post([this] { deliverPending(); });
+    wakePending = true;
 }
 
 void CkelDataSensor::Private::deliverPending()

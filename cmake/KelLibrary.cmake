@@ -42,6 +42,11 @@ function(kel_add_library name)
   target_link_libraries(kel_${name} PRIVATE ${arg_PRIVATE_LINK})
   target_link_options(kel_${name} PRIVATE -Wl,--no-undefined-version -Wl,--as-needed)
 
+  install(TARGETS kel_${name} EXPORT kel_datastorageTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kel)
+  install(FILES ${arg_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kel/${name} COMPONENT development)
+
   foreach(dependency IN LISTS arg_LINK)
     target_link_libraries(${objects} PUBLIC kel_${dependency}_objects)
     target_link_libraries(kel_${name} PUBLIC kel::${dependency})

@@ -4,7 +4,7 @@
 # The one place for the names of Debian packages.
 # shellcheck disable=SC2034 # the scripts that source this file use them
 {
-    BUILD_PACKAGES=(g++ cmake ninja-build libasio-dev libsqlite3-dev rapidjson-dev libcli11-dev libgtest-dev)
+    BUILD_PACKAGES=(g++ cmake ninja-build libasio-dev libsqlite3-dev rapidjson-dev libcli11-dev pkg-config libgtest-dev)
     CLANG_PACKAGES=(clang-14 libclang-rt-14-dev)
     FORMAT_PACKAGES=(clang-format-14)
     TIDY_PACKAGES=(clang-tidy-14)

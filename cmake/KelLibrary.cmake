@@ -34,6 +34,7 @@ function(kel_add_library name)
   set_target_properties(kel_${name} PROPERTIES
     LINKER_LANGUAGE CXX
     EXPORT_NAME ${name}
+    INSTALL_RPATH $ORIGIN # the three find each other wherever they are installed
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
   target_include_directories(kel_${name} PUBLIC

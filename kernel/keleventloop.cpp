@@ -103,14 +103,9 @@ void CkelEventLoop::processEvents()
 int CkelEventLoop::startTimer(CkelObject& receiver, std::chrono::milliseconds interval)
 {
     const int id = nextTimerId();
-    addTimer(id, {&receiver, interval, Clock::now() + interval});
-    return id;
-}
-
-void CkelEventLoop::addTimer(int id, const TimerState& state)
-{
     const CkelMutexLocker lock(m_mutex);
-    arm(id, m_timers.try_emplace(id, m_io, state).first->second);
+    arm(id, m_timers.try_emplace(id, m_io, TimerState{&receiver, interval, Clock::now() + interval}).first->second);
+    return id;
 }
 
 void CkelEventLoop::killTimer(const CkelObject& receiver, int id)
@@ -126,10 +121,23 @@ void CkelEventLoop::killTimers(const CkelObject& receiver)
     takeTimers(receiver);
 }
 
-void CkelEventLoop::moveTimers(const CkelObject& receiver, CkelEventLoop& target)
+void CkelEventLoop::moveTimers(const CkelObject& receiver, CkelEventLoop& target, std::vector<int>& ids)
 {
-    for (const auto& [id, state] : takeTimers(receiver))
-        target.addTimer(id, state);
+    for (const auto& [id, state] : takeTimers(receiver)) {
+        const CkelMutexLocker lock(target.m_mutex);
+        target.m_timers.try_emplace(id, target.m_io, state);
+        ids.push_back(id);
+    }
+}
+
+void CkelEventLoop::resumeTimers(const std::vector<int>& ids)
+{
+    const CkelMutexLocker lock(m_mutex);
+    for (const int id : ids) {
+        const auto found = m_timers.find(id); // another thread may have killed it meanwhile
+        if (found != m_timers.end())
+            arm(id, found->second);
+    }
 }
 
 std::vector<std::pair<int, CkelEventLoop::TimerState>> CkelEventLoop::takeTimers(const CkelObject& receiver)

@@ -66,8 +66,10 @@ public:
     void killTimer(const CkelObject& receiver, int id);
     void killTimers(const CkelObject& receiver);
 
-    /// Hands every timer of `receiver` over to `target`.
-    void moveTimers(const CkelObject& receiver, CkelEventLoop& target);
+    /// Hands every timer of `receiver` over to `target`, where they rest until resumeTimers(), and adds their IDs to
+    /// `ids`.
+    void moveTimers(const CkelObject& receiver, CkelEventLoop& target, std::vector<int>& ids);
+    void resumeTimers(const std::vector<int>& ids);
 
 private:
     struct Timer : TimerState
@@ -77,7 +79,6 @@ private:
     };
 
     void runTask(std::function<void()>& task, unsigned int pass);
-    void addTimer(int id, const TimerState& state);
     std::vector<std::pair<int, TimerState>> takeTimers(const CkelObject& receiver);
     void arm(int id, Timer& timer) KEL_REQUIRES(m_mutex);
     void timeOut(int id);

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <utility>
 
 namespace Ombrin {
@@ -180,12 +179,12 @@ const std::vector<CkelObject*>& CkelObject::children() const
 
 bool CkelObject::setParent(CkelObject* parent)
 {
+    if (parent && parent->loop() != loop())
+        return false;
     for (const CkelObject* above = parent; above; above = above->m_d->parent) {
         if (above == this)
             return false;
     }
-    if (parent && parent->loop() != loop())
-        return false;
 
     CkelObject* const old = std::exchange(m_d->parent, parent);
     if (old)
@@ -233,14 +232,13 @@ bool CkelObject::moveToThread(CkelThread* thread)
 
 void CkelObject::moveAll(const std::vector<CkelObject*>& objects, const std::shared_ptr<CkelEventLoop>& target)
 {
-    // All of them, before the first timer can fire over there.
-    std::vector<std::unique_lock<CkelMutex>> locks;
-    for (const CkelObject* const object : objects)
-        locks.emplace_back(object->m_d->loopMutex);
+    std::vector<int> timers;
     for (CkelObject* const object : objects) {
+        const CkelMutexLocker lock(object->m_d->loopMutex);
         const std::shared_ptr<CkelEventLoop> source = std::exchange(object->m_d->loop, target);
-        source->moveTimers(*object, *target);
+        source->moveTimers(*object, *target, timers);
     }
+    target->resumeTimers(timers); // not before all have moved: handlers may reach their object's children
 }
 
 void CkelObject::installEventFilter(CkelObject* filter)

@@ -110,8 +110,7 @@ private:
     /// Passes `event` through the receiver's filters and on to its `event()`.
     static bool deliver(CkelObject& receiver, CkelEvent& event);
 
-    static void moveAll(const std::vector<CkelObject*>& objects,
-                        const std::shared_ptr<CkelEventLoop>& target) KEL_NO_LOCK_ANALYSIS;
+    static void moveAll(const std::vector<CkelObject*>& objects, const std::shared_ptr<CkelEventLoop>& target);
     std::shared_ptr<CkelEventLoop> loop() const;
     void markAttached(); ///< the destructor has to detach from the data sensor
 

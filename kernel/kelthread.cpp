@@ -27,7 +27,10 @@ void applyPriority(CkelThread::Priority priority)
 
 } // namespace
 
-CkelThread::CkelThread(CkelObject* parent) : CkelObject(parent), m_loop(std::make_shared<CkelEventLoop>())
+CkelThread::CkelThread(CkelObject* parent)
+    : CkelObject(parent),
+      m_loop(std::make_shared<CkelEventLoop>()),
+      m_running(std::make_shared<std::atomic<bool>>(false))
 {
     storeherits("CkelThread");
 }
@@ -43,16 +46,16 @@ bool CkelThread::start(Priority priority)
 {
     if (m_started)
         return false;
-    m_running = true;
+    *m_running = true;
     try {
-        m_thread = std::thread([this, priority, loop = m_loop] {
+        m_thread = std::thread([this, priority, loop = m_loop, running = m_running] {
             applyPriority(priority);
             CkelEventLoop::setCurrent(loop);
             run();
-            m_running = false;
+            *running = false;
         });
     } catch (const std::system_error&) {
-        m_running = false;
+        *m_running = false;
         return false;
     }
     m_started = true;
@@ -82,10 +85,11 @@ void CkelThread::wait()
 
 void CkelThread::terminate()
 {
-    m_started = true; // for good
     m_loop->terminate();
-    if (m_thread.get_id() != std::this_thread::get_id())
-        wait();
+    if (CkelEventLoop::current() == m_loop)
+        return;       // on the thread itself
+    m_started = true; // for good
+    wait();
 }
 
 } // namespace Ombrin

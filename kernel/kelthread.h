@@ -54,7 +54,7 @@ public:
     /// terminate() are to be called by one thread at a time.
     void terminate();
 
-    bool isRunning() const { return m_running; }
+    bool isRunning() const { return *m_running; }
 
     /// What the thread does: exec(), unless a derived class has other plans.
     virtual void run();
@@ -69,7 +69,7 @@ private:
 
     const std::shared_ptr<CkelEventLoop> m_loop;
     std::thread m_thread;
-    std::atomic<bool> m_running{false};
+    const std::shared_ptr<std::atomic<bool>> m_running; // outlives an object that is destroyed on its own thread
     bool m_started = false;
 };
 

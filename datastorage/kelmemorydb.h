@@ -44,8 +44,8 @@ struct tagDBBlock
 /// **Writing behind.** Blocks of changes wait in a queue; a worker thread takes one a second and writes it in one
 /// transaction. Destruction lets a block that is being written finish and drops those that wait.
 ///
-/// **Threads.** Every operation is safe from any thread. One works on the file at a time; hasMemoryDBTable does not
-/// wait for it.
+/// **Threads.** Every operation is safe from any thread. One works on the file at a time; hasMemoryDBTable waits
+/// for it at its first call only.
 class KEL_EXPORT CkelMemoryDB : public CkelObject
 {
 public:

@@ -77,9 +77,10 @@ const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fil
     return m_dataList;
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): part of the interface as it is
+// NOLINTBEGIN(performance-unnecessary-value-param): part of the interface as it is
 tagStorageData& CkelParseDBJson::deepParse(const rapidjson::Value& item, unsigned int /*memberCount*/,
                                            std::string /*fileName*/)
+// NOLINTEND(performance-unnecessary-value-param)
 {
     m_data.ID = 0;
     for (const auto& member : item.GetObject()) {

@@ -38,7 +38,10 @@ private:
 
 } // namespace
 
-CkelEventLoop::CkelEventLoop() : m_work(asio::make_work_guard(m_io)) {}
+CkelEventLoop::CkelEventLoop() : m_work(asio::make_work_guard(m_io))
+{
+    m_sigpipe.restore();
+}
 
 std::shared_ptr<CkelEventLoop> CkelEventLoop::current()
 {

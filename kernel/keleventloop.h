@@ -7,6 +7,8 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 
+#include <signal.h> // NOLINT(modernize-deprecated-headers): sigaction is POSIX
+
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -84,6 +86,19 @@ private:
     void timeOut(int id);
     CkelObject* takeDue(int id);
     void rearm(int id);
+
+    /// What the process does on SIGPIPE, which Asio sets to nothing behind its back.
+    class SigpipeAction
+    {
+    public:
+        SigpipeAction() { sigaction(SIGPIPE, nullptr, &m_action); }
+        void restore() const { sigaction(SIGPIPE, &m_action, nullptr); }
+
+    private:
+        struct sigaction m_action = {};
+    };
+
+    const SigpipeAction m_sigpipe;
 
     // Not told that one thread alone serves it: what a handler posts would then be out of reach of a loop that the
     // handler runs itself.

@@ -66,8 +66,6 @@ CkelObject::~CkelObject()
 {
     if (m_d->attached)
         CkelApplicationPlus::dataSensor()->detach(this);
-    loop()->killTimers(*this);
-
     for (CkelObject* const watched : m_d->watched)
         removeFrom(watched->m_d->filters, this);
     for (CkelObject* const filter : m_d->filters)
@@ -80,6 +78,7 @@ CkelObject::~CkelObject()
         child->m_d->parent = nullptr;
         delete child;
     }
+    loop()->killTimers(*this); // last: the parent's handler may have started one
 }
 
 void CkelObject::setName(const std::string& name)

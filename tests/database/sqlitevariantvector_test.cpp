@@ -201,7 +201,7 @@ TEST_F(RowAccessor, IntegerReadAsDoubleRoundsToTheNearest)
     EXPECT_EQ(read<double>("-9223372036854775808"), -9223372036854775808.0);
 }
 
-// Real numbers
+// Real numbers. Products of a power of two, because SQLite may round a long decimal in its last bit.
 
 TEST_F(RowAccessor, RealReadsAsEveryType)
 {
@@ -227,9 +227,9 @@ TEST_F(RowAccessor, RealOutOfRangeReadsAsTheNearestLimit)
 {
     EXPECT_EQ(read<long long>("1e300"), LLONG_MAX);
     EXPECT_EQ(read<long long>("-1e300"), LLONG_MIN);
-    EXPECT_EQ(read<long long>("9223372036854775808.0"), LLONG_MAX);
-    EXPECT_EQ(read<long long>("-9223372036854775808.0"), LLONG_MIN);
-    EXPECT_EQ(read<unsigned long long>("18446744073709551616.0"), ULLONG_MAX);
+    EXPECT_EQ(read<long long>("4503599627370496 * 2048.0"), LLONG_MAX);
+    EXPECT_EQ(read<long long>("-4503599627370496 * 2048.0"), LLONG_MIN);
+    EXPECT_EQ(read<unsigned long long>("4503599627370496 * 4096.0"), ULLONG_MAX);
     EXPECT_EQ(read<unsigned long long>("1e300"), ULLONG_MAX);
     EXPECT_EQ(read<unsigned int>("4294967296.0"), uintMax);
     EXPECT_EQ(read<unsigned int>("1e300"), uintMax);
@@ -237,10 +237,10 @@ TEST_F(RowAccessor, RealOutOfRangeReadsAsTheNearestLimit)
 
 TEST_F(RowAccessor, RealJustInRangeKeepsItsValue)
 {
-    EXPECT_EQ(read<long long>("9223372036854774784.0"), 9223372036854774784LL);
-    EXPECT_EQ(read<long long>("-9223372036854774784.0"), -9223372036854774784LL);
-    EXPECT_EQ(read<unsigned long long>("9223372036854775808.0"), 1ULL << 63U);
-    EXPECT_EQ(read<unsigned long long>("18446744073709549568.0"), 18446744073709549568ULL);
+    EXPECT_EQ(read<long long>("9007199254740991 * 1024.0"), 9223372036854774784LL);
+    EXPECT_EQ(read<long long>("-9007199254740991 * 1024.0"), -9223372036854774784LL);
+    EXPECT_EQ(read<unsigned long long>("4503599627370496 * 2048.0"), 1ULL << 63U);
+    EXPECT_EQ(read<unsigned long long>("9007199254740991 * 2048.0"), 18446744073709549568ULL);
 }
 
 TEST_F(RowAccessor, NegativeRealReadAsUnsignedIsZero)

@@ -955,10 +955,10 @@ INSTANTIATE_TEST_SUITE_P(MemoryDB, LoadedRealTest, testing::Values(8, 9), codeNa
 
 TEST_P(LoadedRealTest, ReadsDoubles)
 {
-    const tagStorageData item = loadRow("2.5, -7, 1e300, NULL");
+    const tagStorageData item = loadRow("2.5, -7, 4294967296.5, NULL");
     EXPECT_VARIANT(item.Value, 2.5);
     EXPECT_VARIANT(item.DefValue, -7.0);
-    EXPECT_VARIANT(item.Max, 1e300);
+    EXPECT_VARIANT(item.Max, 4294967296.5);
     EXPECT_VARIANT(item.Min, 0.0);
 }
 

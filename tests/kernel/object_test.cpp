@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <initializer_list>
@@ -935,4 +937,32 @@ TEST(ObjectProperty, UnknownOneIsNeitherReadNorWritten)
     EXPECT_FALSE(object.kel_metacall(CkelMetaProperty::ReadProperty, "colour", args));
     EXPECT_FALSE(object.kel_metacall(CkelMetaProperty::WriteProperty, "colour", args));
     EXPECT_EQ(value.toStdString(), "text");
+}
+
+// The process
+
+TEST(Object, FirstOfAThreadLeavesTheProcesssSignalsAlone)
+{
+    const auto before = std::signal(SIGPIPE, SIG_DFL);
+    std::thread([] { const CkelObject object; }).join();
+    EXPECT_EQ(std::signal(SIGPIPE, before), SIG_DFL);
+}
+
+TEST(Object, TimerThatAParentStartsForADyingChildIsDead)
+{
+    struct Parent : CkelObject
+    {
+        void childEvent(CkelChildEvent* event) override
+        {
+            if (!event->added())
+                event->child()->startTimer(1);
+        }
+    };
+    int argc = 0;
+    CkelApplicationPlus application(argc, nullptr);
+    Parent parent;
+    delete new CkelObject(&parent);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    application.processEvents(); // nothing to deliver to: the sanitizers would tell
+    EXPECT_TRUE(parent.children().empty());
 }

@@ -26,7 +26,8 @@ constexpr std::size_t queueCapacity = 100;
 const std::vector<CkelSqliteDBOperator::Column>& tableColumns()
 {
     using Operator = CkelSqliteDBOperator;
-    static const std::vector<Operator::Column> columns{
+    // Never destroyed: the worker thread may write until the process is gone.
+    static const auto& columns = *new std::vector<Operator::Column>{
         {"ID", Operator::Integer, Operator::PrimaryKey | Operator::NotNull},
         {"NameID", Operator::Text, Operator::NoConstraint},
         {"CommSource", Operator::Integer, Operator::NoConstraint},

@@ -52,7 +52,7 @@ CkelParseDBJson::~CkelParseDBJson() = default;
 
 const std::vector<tagStorageData>& CkelParseDBJson::unread()
 {
-    static const std::vector<tagStorageData> list;
+    static const auto& list = *new std::vector<tagStorageData>; // never destroyed: threads may outlive main
     return list;
 }
 

@@ -22,18 +22,19 @@ int nextTimerId()
     return ++last;
 }
 
-/// Gives a flag another value for a while.
+/// Gives a variable another value for a while.
+template <typename T>
 class Restored
 {
 public:
-    Restored(bool& flag, bool value) : m_flag(flag), m_before(flag) { m_flag = value; }
-    ~Restored() { m_flag = m_before; }
+    Restored(T& variable, T value) : m_variable(variable), m_before(variable) { m_variable = value; }
+    ~Restored() { m_variable = m_before; }
     Restored(const Restored&) = delete;
     Restored& operator=(const Restored&) = delete;
 
 private:
-    bool& m_flag;
-    const bool m_before;
+    T& m_variable;
+    const T m_before;
 };
 
 } // namespace
@@ -93,6 +94,7 @@ void CkelEventLoop::runTask(std::function<void()>& task, unsigned int pass)
 void CkelEventLoop::processEvents()
 {
     const Restored inPass(m_inPass, true);
+    const Restored began(m_passBegan, Clock::now());
     ++m_pass;
 
     // Asio finds due timers while it works through its queue, and puts them behind what is there. So everything that
@@ -177,12 +179,17 @@ CkelObject* CkelEventLoop::takeDue(int id)
 {
     const CkelMutexLocker lock(m_mutex);
     const auto found = m_timers.find(id);
-    const auto now = Clock::now();
-    // A wait that ended just before its timer was killed, or moved away and back, has nothing to report.
-    if (m_terminated || found == m_timers.end() || found->second.next > now)
+    if (m_terminated || found == m_timers.end())
         return nullptr;
-    found->second.skipPast(now);
-    return found->second.receiver;
+    Timer& timer = found->second;
+    const auto now = Clock::now();
+    // Not due: the wait that ended is one from before the timer was moved away and back, or this pass began before.
+    if (timer.next > (m_inPass ? m_passBegan : now)) {
+        arm(id, timer);
+        return nullptr;
+    }
+    timer.skipPast(now);
+    return timer.receiver;
 }
 
 void CkelEventLoop::rearm(int id)

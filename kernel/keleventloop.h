@@ -108,7 +108,9 @@ private:
     std::atomic<bool> m_terminated{false};
     std::atomic<int> m_exitCode{0};
     std::atomic<unsigned int> m_pass{0}; // counts the calls of processEvents()
-    bool m_inPass = false;               // the innermost loop is processEvents(); the loop's thread only
+    // The loop's thread only: whether the innermost loop is processEvents(), and when that began.
+    bool m_inPass = false;
+    Clock::time_point m_passBegan;
 
     CkelMutex m_mutex;
     std::unordered_map<int, Timer> m_timers KEL_GUARDED_BY(m_mutex);

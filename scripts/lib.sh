@@ -5,6 +5,7 @@
 # shellcheck disable=SC2034 # the scripts that source this file use them
 {
     BUILD_PACKAGES=(g++ cmake ninja-build libasio-dev libsqlite3-dev rapidjson-dev libcli11-dev pkg-config libgtest-dev)
+    ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)
     CLANG_PACKAGES=(clang-14 libclang-rt-14-dev)
     FORMAT_PACKAGES=(clang-format-14)
     TIDY_PACKAGES=(clang-tidy-14)

@@ -161,7 +161,7 @@ std::string Display::valueOf(const Row& row) const
 {
     const CkelVariant& value = m_values.at(row.actual.ID);
     const unsigned long long index = value.toULongLong();
-    return index < row.words.size() ? row.words[index] : shown(row.actual, value);
+    return index < row.words.size() ? row.words[static_cast<std::size_t>(index)] : shown(row.actual, value);
 }
 
 std::string Display::setPointOf(const Row& row) const

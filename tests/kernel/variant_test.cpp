@@ -1086,7 +1086,7 @@ TEST(Variant, TextIsReadByTheGrammarOfDecimalNumbers)
     for (int i = 0; i < 5000; ++i) {
         std::string text;
         for (auto length = random() % 6; length > 0; --length)
-            text += pieces[random() % pieces.size()];
+            text += pieces[static_cast<std::size_t>(random() % pieces.size())];
         SCOPED_TRACE('"' + text + '"');
 
         bool ok = false;

@@ -20,6 +20,7 @@ namespace Ombrin {
 class KEL_EXPORT CkelSqliteDB
 {
 public:
+    /// Closed at first.
     CkelSqliteDB() = default;
     ~CkelSqliteDB();
 
@@ -30,7 +31,12 @@ public:
     /// Closes what was open before. SQLite looks into the file at its first use only: true says nothing about what is
     /// in it.
     bool open(const CkelString& fileName);
+
+    /// Ends the connection, at the latest with the last of its statements; an open transaction is rolled back. Nothing
+    /// happens when it is closed.
     void close();
+
+    /// Whether the last open() succeeded and close() has not followed.
     bool isOpen() const { return m_connection != nullptr; }
 
     /// SQLite's handle; null when closed. The connection stays this object's.
@@ -52,6 +58,8 @@ public:
 
     /// The SQLite result code of the newest query or executed text.
     int lastResult() const { return m_lastResult; }
+
+    /// For those who run statements on handle() themselves.
     void setLastResult(int result) { m_lastResult = result; }
 
 private:

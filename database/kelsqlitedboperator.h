@@ -16,41 +16,44 @@ class CkelSqliteDB;
 class KEL_EXPORT CkelSqliteDBOperator
 {
 public:
+    /// The declared type of a column, from which SQLite takes the column's affinity.
     enum ColumnType : int
     {
-        Int2 = 1,
-        Int8 = 2,
-        Int = 3,
-        Integer = 4,
-        Numeric = 5,
-        Real = 6,
-        Text = 7,
-        Blob = 8
+        Int2 = 1,    ///< INT2, integer affinity
+        Int8 = 2,    ///< INT8, integer affinity
+        Int = 3,     ///< INT, integer affinity
+        Integer = 4, ///< INTEGER; as the primary key it is the row's number
+        Numeric = 5, ///< NUMERIC: a text that reads as a number becomes one
+        Real = 6,    ///< REAL, always a double
+        Text = 7,    ///< TEXT
+        Blob = 8     ///< BLOB, no affinity
     };
 
+    /// What a column demands; to be or-ed.
     enum Constraint : int
     {
-        NoConstraint = 0,
-        NotNull = 1,
-        PrimaryKey = 2
+        NoConstraint = 0, ///< nothing
+        NotNull = 1,      ///< a value other than NULL
+        PrimaryKey = 2    ///< to be the key of the table
     };
 
     /// Comparison of a where clause; every other number means equality.
     enum Expression : int
     {
-        Equal = 1,
-        NotEqual = 2,
-        Less = 3,
-        Greater = 4,
-        LessEqual = 5,
-        GreaterEqual = 6
+        Equal = 1,       ///< =
+        NotEqual = 2,    ///< !=
+        Less = 3,        ///< <
+        Greater = 4,     ///< >
+        LessEqual = 5,   ///< <=
+        GreaterEqual = 6 ///< >=
     };
 
+    /// One column of a table.
     struct Column
     {
-        std::string name;
-        int type;        ///< a ColumnType; any other number ends the process when it is written
-        int constraints; ///< Constraints, or-ed
+        std::string name; ///< written as it is
+        int type;         ///< a ColumnType; any other number ends the process when it is written
+        int constraints;  ///< Constraints, or-ed
     };
 
     /// `database` must outlive this object; it may be null.
@@ -58,17 +61,29 @@ public:
 
     /// Whether the database is open.
     bool isValid() const;
+
+    /// The database given to the constructor; may be null.
     CkelSqliteDB* sqliteDB() const { return m_database; }
 
+    /// The table that the texts are about. It need not exist; the name is written as it is, an empty one selects none.
     void selectTable(const std::string& table) { m_table = table; }
+
+    /// Whether a table is selected.
     bool hasSelectTable() const { return !m_table.empty(); }
+
+    /// The selected table; empty when none is.
     const std::string& currentTable() const { return m_table; }
 
-    /// The names of the database's tables; empty when they cannot be read.
+    /// The names of the database's tables; empty when they cannot be read. CkelSqliteDB::lastResult tells which.
     std::vector<std::string> tables() const;
 
+    /// Creates the table if it is not there.
     std::string createText(const std::vector<Column>& columns) const;
+
+    /// Drops the table; SQLite refuses it when there is none.
     std::string dropText() const;
+
+    /// All columns of all rows.
     std::string selectText() const;
 
     /// One row of `columnCount` columns in table order, replaced if its key is there.
@@ -87,10 +102,12 @@ public:
     /// Deletes the row whose column `key` is a parameter.
     std::string deleteText(const std::string& key) const;
 
-    /// Deletes several rows. The separator behind the last ID is meant: SQLite refuses the text.
+    /// Deletes several rows; empty when `ids` is empty. The separator behind the last ID is meant: SQLite refuses the
+    /// text.
     std::string deleteText(const std::string& key, const std::vector<unsigned int>& ids) const;
 
-    /// A `value` of "?" is a parameter; any other is quoted.
+    /// The where clause that compares `column` with `value`; `expression` is an Expression. A `value` of "?" is a
+    /// parameter; any other is quoted. Needs no database.
     static std::string whereText(const std::string& column, int expression, const std::string& value);
 
     /// Runs `text` and leaves SQLite's result code in the database object. An empty text is refused.

@@ -23,13 +23,22 @@ public:
     CkelSqliteStatement(const CkelSqliteStatement&) = delete;
     CkelSqliteStatement& operator=(const CkelSqliteStatement&) = delete;
 
+    /// Whether SQLite accepted the text.
     bool isValid() const { return m_statement != nullptr; }
+
+    /// SQLite's handle; null when nothing was prepared. The statement stays this object's.
     sqlite3_stmt* handle() const { return m_statement; }
 
+    /// @{
+
+    /// Gives the parameter at `position`, from 1, its value, which stays until it is bound anew. NaN becomes NULL.
+    /// False when there is no such parameter.
     bool bind(int position, int value);
     bool bind(int position, long long value);
     bool bind(int position, double value);
     bool bind(int position, const std::string& value);
+
+    /// @}
 
     /// Runs a statement that returns no rows and makes it ready for the next values.
     bool execute();
@@ -42,6 +51,7 @@ private:
 class KEL_EXPORT CkelSqliteTransaction
 {
 public:
+    /// Begins at once, and waits for a locked file as long as the connection does. A null connection begins nothing.
     explicit CkelSqliteTransaction(sqlite3* connection);
     ~CkelSqliteTransaction();
 
@@ -51,7 +61,7 @@ public:
     /// False when the file cannot be written or could not be locked.
     bool isOpen() const { return m_open; }
 
-    /// False when the changes could not be written; they are rolled back then.
+    /// False when the changes could not be written; the destructor then rolls them back. It may be called again.
     bool commit();
 
 private:

@@ -14,14 +14,17 @@ namespace Ombrin {
 class KEL_EXPORT CkelSqliteVariantVector
 {
 public:
+    /// No columns.
     CkelSqliteVariantVector() = default;
 
+    /// How many columns the row has.
     int count() const { return static_cast<int>(m_columns.size()); }
 
     /// The column as a T, which is one of unsigned int, long long, unsigned long long, double and std::string.
     ///
-    /// NULL, and a text read as a number, give 0 or an empty text. A real number read as an integer loses its fraction;
-    /// an integer read as a narrower one, or with another sign, keeps its low bits. A blob has no counterpart: it is
+    /// NULL, and a text read as a number, give 0 or an empty text. A real number read as an integer loses its fraction,
+    /// and out of range gives the nearest limit; an integer read as a narrower one, or with another sign, keeps its low
+    /// bits. A number read as a text is the shortest one that reads back. A blob has no counterpart: it is
     /// reported on standard output and gives 0 or an empty text. An `index` out of range ends the process.
     template <typename T>
     T toValue(int index) const;

@@ -13,6 +13,7 @@ namespace Ombrin {
 class KEL_EXPORT CkelDBStorageFactory
 {
 public:
+    /// A factory of one's own hands out the same storages as instance() does.
     CkelDBStorageFactory() = default;
     ~CkelDBStorageFactory() = default;
 
@@ -24,6 +25,7 @@ public:
 
     /// The storage of a kind, or null for a kind that does not exist. The factory keeps it; do not delete it.
     CkelAbstractDataStorage* get(CkelAbstractDataStorage::DataOperatorType type);
+    /// The same by number, a DataOperatorType; null for any other number.
     CkelAbstractDataStorage* get(int type);
 
 private:

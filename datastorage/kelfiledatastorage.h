@@ -16,6 +16,7 @@ namespace Ombrin {
 class KEL_EXPORT CkelFileDataStorage : public CkelAbstractDataStorage
 {
 public:
+    /// `parent` owns the storage.
     explicit CkelFileDataStorage(CkelObject* parent = nullptr);
     ~CkelFileDataStorage() override;
 
@@ -64,9 +65,10 @@ public:
     void readConfigFile(const std::string& path, bool useLocalDB) override;
     CkelMutex* mutex() override;
 
-    // Operations of this class, beside those of the interface that they resemble: one "m" in the first two, no merge
-    // flag in the updates.
+    /// @{
 
+    /// An operation of this class, beside the one of the interface that it resembles (one "m" in the name, no merge
+    /// flag in the updates). It does as little: lists are empty, values null.
     virtual std::vector<unsigned int> comSourceList(std::vector<unsigned int>& ids) const;
     virtual std::vector<unsigned int> comSourceList(std::vector<std::string>& names) const;
     virtual CkelVariant updateValue(unsigned int id, const CkelVariant& value);
@@ -81,7 +83,11 @@ public:
     virtual void updateFieldList(const std::vector<std::string>& names, const std::string& field,
                                  const std::vector<CkelVariant>& values);
     virtual void updateDataList(const std::vector<tagStorageData>& records);
-    virtual bool loadLocalDB(); ///< always true
+
+    /// @}
+
+    /// Always true; nothing is loaded.
+    virtual bool loadLocalDB();
 
     /// Always true; the file is not opened.
     bool readDBFile(const std::string& path);

@@ -28,7 +28,8 @@ class CkelMemoryDB;
 class KEL_EXPORT CkelMemoryDataStorage : public CkelAbstractDataStorage
 {
 public:
-    /// Starts the storage's timer of one second on the constructing thread.
+    /// Opens "kelmem.db", and makes it if it is missing; starts the storage's timer of one second on the constructing
+    /// thread. `parent` owns the storage.
     explicit CkelMemoryDataStorage(CkelObject* parent = nullptr);
 
     /// Changes that have not reached the file are lost: they take one to two seconds, longer when blocks wait.
@@ -102,16 +103,22 @@ public:
                                                      Operator op) const override;
 
     // The selections themselves: IDs in no particular order. Each is one pass over all items.
-    std::vector<unsigned int> validID(unsigned int first, unsigned int last) const; ///< first <= ID < last
+
+    /// The items with first <= ID < last.
+    std::vector<unsigned int> validID(unsigned int first, unsigned int last) const;
+    /// The items whose ID compares so with `id`; with Equal, `id` itself without a look at the items.
     std::vector<unsigned int> validID(unsigned int id, Operator op) const;
+    /// The items whose block compares so with `block`.
     std::vector<unsigned int> validIDByBlock(unsigned int block, Operator op) const;
-    std::vector<unsigned int> validIDByDirty(unsigned int mark, Operator op) const; ///< deleted items too
+    /// The items, deleted ones included, whose change mark compares so with `mark`.
+    std::vector<unsigned int> validIDByDirty(unsigned int mark, Operator op) const;
 
     CkelVariant updateValue(unsigned int id, const CkelVariant& value, bool merge) override;
     CkelVariant updateValue(const std::string& nameID, const CkelVariant& value, bool merge) override;
 
-    /// All fields but "Value" and "Dirty" are closed to an item that was inserted since the last collection: writing
-    /// them does nothing. "Dirty" sets the change mark of an item in any state.
+    /// All fields but "Value" and "Dirty" are closed while an item is inserted and not yet collected, or deleted:
+    /// writing them does nothing. "Dirty" sets the change mark of an item in any state; 3 deletes it, 0 drops its
+    /// changes.
     void updateField(unsigned int id, const std::string& field, const CkelVariant& value, bool merge) override;
     void updateField(const std::string& nameID, const std::string& field, const CkelVariant& value,
                      bool merge) override;
@@ -129,7 +136,7 @@ public:
     /// Deleted items come back too.
     void reset() override;
 
-    /// The storage's lock; see the class comment.
+    /// The storage's lock; see the class comment. Never null. It is not recursive, and collecting changes takes it.
     CkelMutex* mutex() override;
 
     /// Channels by name, on a non-const storage of this type. Through the interface, or on a const storage, the
@@ -138,9 +145,15 @@ public:
 
     using CkelAbstractDataStorage::commSourceList;
 
-    /// The steps of readConfigFile. Each returns whether it found any record; where it did not, the indexes stay as
-    /// they are.
+    // The steps of readConfigFile. Each returns whether it found any record; where it did not, the indexes stay as
+    // they are.
+
+    /// Reads a JSON dictionary, whatever the name's ending. False when there is no item in it or no file; a malformed
+    /// one ends the process.
     bool readJsonFile(const std::string& path);
+
+    /// Reads a configuration database, whatever the name's ending, wholly or not at all. False when there is no file,
+    /// no table "kel" or no row in it. "kelmem.db" is no configuration: it is refused under this name.
     bool readDBFile(const std::string& path);
 
     /// Rebuilds the local table from the records last read. Always true.

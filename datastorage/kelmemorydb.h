@@ -22,15 +22,16 @@ class CkelTimer;
 /// Changes that wait to be written.
 struct tagDBBlock
 {
+    /// What is to be done with the records.
     enum Kind : int
     {
         Insert = 0, ///< insert or replace the records
-        Update = 1,
-        Delete = 2 ///< the records carry their ID only
+        Update = 1, ///< write everything but the name into the rows of the records' IDs
+        Delete = 2  ///< the records carry their ID only
     };
 
-    int kind; ///< a Kind; a block of any other is discarded
-    std::vector<tagStorageData> records;
+    int kind;                            ///< a Kind; a block of any other is discarded
+    std::vector<tagStorageData> records; ///< written in this order, in one transaction
 };
 
 /// The saved mirror of a memory storage: the table "kel" in the SQLite file "kelmem.db" of the working directory.
@@ -54,33 +55,47 @@ public:
     explicit CkelMemoryDB(CkelObject* parent = nullptr);
     ~CkelMemoryDB() override;
 
+    /// Whether the file holds the table. While another operation works on the file, the answer is what was last seen.
     bool hasMemoryDBTable() const KEL_NO_LOCK_ANALYSIS; // the lock is taken, or tried
 
     /// Whether the last hasMemoryDBTable could read the file; false, for one, while another process holds it locked.
     bool isTableKnown() const { return m_table != TableState::Unknown; }
 
+    /// True also when the table is there already, whatever its columns.
     bool createMemoryDBTable();
+
+    /// False also when there is no table.
     bool dropMemoryDBTable();
 
     /// Drops the table, creates it and fills it with `records`, all of it or nothing.
     bool rebuildMemoryDBTable(const std::vector<tagStorageData>& records);
 
-    /// Replaces the rows of the same IDs.
+    /// Writes the record's row, and replaces one of the same ID.
     bool insertData(const tagStorageData& record);
+
+    /// The same for several, in one transaction. A record that SQLite refuses is left out, and the result still true;
+    /// false means that nothing was written.
     bool insertDatas(const std::vector<tagStorageData>& records);
 
-    /// Sets the value alone. Null values are skipped in the list form. The single form writes a double as a decimal,
-    /// which SQLite reads exactly up to 15 digits.
+    /// Sets the value of one row and nothing else. True also when there is no such row. A double is written as a
+    /// decimal, which SQLite reads exactly up to 15 digits; a null variant becomes 0, NaN becomes NULL.
     bool updateValue(unsigned int id, const CkelVariant& value);
+
+    /// Sets the values of several rows in one transaction, bit by bit. Null values are skipped; of lists of different
+    /// lengths, the elements that pair up count.
     bool updateValues(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values);
 
-    /// Sets everything but the name.
+    /// Sets everything but the name in the rows of the records' IDs, in one transaction; records without a row are
+    /// skipped. False means that nothing was written.
     bool updateDatas(const std::vector<tagStorageData>& records);
 
+    /// True also when there is no such row.
     bool deleteData(unsigned int id);
 
     /// The statement for several rows is one that SQLite refuses: the rows stay in the file.
     void deleteDatas(const std::vector<unsigned int>& ids);
+
+    /// The same for the IDs of `records`.
     void deleteDatas(const std::vector<tagStorageData>& records);
 
     /// Whether the table keeps a value of type `from` as one of type `to`. Goes by the types alone, unlike
@@ -99,6 +114,7 @@ public:
 
     /// Takes the block at the front of the queue, which must not be empty.
     tagDBBlock pop();
+    /// True when no block waits. A block that is being written has left the queue.
     bool isEmpty() const;
 
     /// Writes the block at the front of the queue, if there is one. The worker thread calls it every second.

@@ -9,6 +9,7 @@ namespace Ombrin {
 class KEL_EXPORT CkelMeoryDBWorkThread : public CkelThread
 {
 public:
+    /// Starts nothing yet; see CkelThread::start.
     explicit CkelMeoryDBWorkThread(CkelObject* parent = nullptr);
     ~CkelMeoryDBWorkThread() override;
 

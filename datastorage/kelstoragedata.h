@@ -21,29 +21,22 @@ enum DirtyMark : std::uint8_t
 /// type are stored; the names say that form.
 enum ValueTypeCode : std::uint8_t
 {
-    // signed 64-bit integer
-    ValueTypeInteger1 = 1,
-    ValueTypeInteger2 = 2,
-    ValueTypeInteger3 = 3,
-    ValueTypeInteger4 = 4,
-    ValueTypeInteger5 = 5,
-    ValueTypeInteger6 = 6,
-    ValueTypeInteger7 = 7,
-    // double
-    ValueTypeReal8 = 8,
-    ValueTypeReal9 = 9,
-    // UTF-8 text
-    ValueTypeText = 10,
-    // signed 64-bit integer; files hand it over as unsigned
-    ValueTypeInteger11 = 11,
-    ValueTypeInteger12 = 12,
-    // unsigned 64-bit integer
-    ValueTypeUnsigned13 = 13,
-    ValueTypeInteger14 = 14,
-    /// no stored form: every conversion yields a null variant
-    ValueTypeNone = 15,
-    /// unsigned 64-bit integer; unknown to the file readers
-    ValueTypeUnsigned16 = 16
+    ValueTypeInteger1 = 1,    ///< signed 64-bit integer
+    ValueTypeInteger2 = 2,    ///< signed 64-bit integer
+    ValueTypeInteger3 = 3,    ///< signed 64-bit integer
+    ValueTypeInteger4 = 4,    ///< signed 64-bit integer
+    ValueTypeInteger5 = 5,    ///< signed 64-bit integer
+    ValueTypeInteger6 = 6,    ///< signed 64-bit integer
+    ValueTypeInteger7 = 7,    ///< signed 64-bit integer
+    ValueTypeReal8 = 8,       ///< double
+    ValueTypeReal9 = 9,       ///< double
+    ValueTypeText = 10,       ///< UTF-8 text; saved as the number that it reads as
+    ValueTypeInteger11 = 11,  ///< signed 64-bit integer; files hand it over as unsigned
+    ValueTypeInteger12 = 12,  ///< signed 64-bit integer
+    ValueTypeUnsigned13 = 13, ///< unsigned 64-bit integer
+    ValueTypeInteger14 = 14,  ///< signed 64-bit integer
+    ValueTypeNone = 15,       ///< no stored form: every conversion yields a null variant
+    ValueTypeUnsigned16 = 16  ///< unsigned 64-bit integer; unknown to the readers of database files
 };
 
 /// One data item: a parameter or process value of the machine.
@@ -59,11 +52,11 @@ struct tagStorageData
     std::uint8_t RW;         ///< read/write class
     std::uint8_t Block;      ///< the block that the item belongs to
     std::uint8_t ValueT;     ///< a ValueTypeCode; decides how incoming values are converted
-    CkelVariant Value;
-    CkelVariant DefValue;                ///< what a reset makes the value
-    CkelVariant Max;                     ///< reported, never applied
-    CkelVariant Min;                     ///< reported, never applied
-    std::uint8_t Dirty;                  ///< a DirtyMark; never saved
+    CkelVariant Value;       ///< in the form of the value type once it was updated; from a JSON file as it stood there
+    CkelVariant DefValue;    ///< what a reset makes the value
+    CkelVariant Max;         ///< reported, never applied
+    CkelVariant Min;         ///< reported, never applied
+    std::uint8_t Dirty;      ///< a DirtyMark; never saved
     std::array<CkelVariant, 8> Reserved; ///< carried with the record; no operation gives them a value
 };
 

@@ -30,8 +30,8 @@ public:
     /// meanwhile is left for the next call. To be called on the application's thread.
     void processEvents();
 
-    /// Passes `event` to the receiver at once, through its event filters; true when it was handled. The caller keeps
-    /// the event and must be on the receiver's thread.
+    /// Passes `event` to the receiver at once, through its event filters; true when it was handled or
+    /// a filter kept it, false also for null pointers. The caller keeps the event and must be on the receiver's thread.
     static bool sendEvent(CkelObject* receiver, CkelEvent* event);
 
     /// The process's data sensor; never null, from any thread, until the process ends.

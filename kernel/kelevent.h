@@ -11,13 +11,14 @@ class CkelObject;
 class KEL_EXPORT CkelEvent
 {
 public:
+    /// The kinds of events. Numbers between DataSensor and Custom are free for the kernel.
     enum Type : int
     {
-        Timer = 1,
-        ChildAdded = 2,
-        ChildRemoved = 3,
-        DataSensor = 4,
-        Custom = 1000 ///< the first of the types that an application may define
+        Timer = 1,        ///< CkelTimerEvent
+        ChildAdded = 2,   ///< CkelChildEvent, sent to the new parent
+        ChildRemoved = 3, ///< CkelChildEvent, sent to the old parent
+        DataSensor = 4,   ///< CkelDataSensorEvent
+        Custom = 1000     ///< the first of the types that an application may define
     };
 
     virtual ~CkelEvent();
@@ -29,6 +30,7 @@ public:
     int type() const { return m_type; }
 
 protected:
+    /// For the derived classes; `type` as in type().
     explicit CkelEvent(int type) : m_type(type) {}
 
 private:
@@ -39,9 +41,11 @@ private:
 class KEL_EXPORT CkelTimerEvent : public CkelEvent
 {
 public:
+    /// `timerId` is what CkelObject::startTimer returned.
     explicit CkelTimerEvent(int timerId) : CkelEvent(Timer), m_timerId(timerId) {}
     ~CkelTimerEvent() override;
 
+    /// The timer that timed out, as CkelObject::startTimer returned it.
     int timerId() const { return m_timerId; }
 
 private:
@@ -56,6 +60,7 @@ public:
     CkelChildEvent(Type type, CkelObject* child) : CkelEvent(type), m_child(child) {}
     ~CkelChildEvent() override;
 
+    /// True when the child came, false when it left.
     bool added() const { return type() == ChildAdded; }
 
     /// The child. While it is being constructed or destroyed it is no more than a CkelObject.
@@ -84,6 +89,7 @@ public:
         AnyData = 10 ///< a value of a data storage
     };
 
+    /// Whether a later event may take this one's place while it waits.
     enum DataMerge : int
     {
         NoMerge = 0, ///< delivered on its own, always
@@ -94,10 +100,15 @@ public:
 
     /// The item's ID. It crosses the constructor as an `int`; IDs above 2147483647 come back unharmed.
     unsigned int id() const { return m_id; }
+
+    /// Which part of the system speaks.
     SensorType sensorType() const { return m_sensorType; }
+
+    /// The merge flag that the poster gave.
     DataMerge dataMerge() const { return m_merge; }
 
 protected:
+    /// For the derived classes; an ID above 2147483647 is given as the `int` of the same 32 bits.
     CkelDataSensorEvent(int id, SensorType type, DataMerge merge)
         : CkelEvent(DataSensor), m_id(static_cast<unsigned int>(id)), m_sensorType(type), m_merge(merge)
     {}
@@ -112,11 +123,14 @@ private:
 class KEL_EXPORT CkelAnyDataSensorEvent : public CkelDataSensorEvent
 {
 public:
+    /// `value` is copied; `id` as for CkelDataSensorEvent.
     CkelAnyDataSensorEvent(int id, const CkelVariant& value, SensorType type, DataMerge merge)
         : CkelDataSensorEvent(id, type, merge), m_value(value)
     {}
     ~CkelAnyDataSensorEvent() override;
 
+    /// The new value. It may be older than the item's: the event may have waited. Null for a value that could not be
+    /// converted.
     const CkelVariant& value() const { return m_value; }
 
 private:

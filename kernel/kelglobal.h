@@ -10,6 +10,7 @@
 #define KEL_EXPORT
 #endif
 
+/// @cond
 // Lock annotations: clang checks them with -Wthread-safety, other compilers see nothing.
 #if defined(__clang__)
 #define KEL_THREAD_ANNOTATION(annotation) __attribute__((annotation))
@@ -25,3 +26,4 @@
 #define KEL_TRY_ACQUIRE(...) KEL_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define KEL_REQUIRES(...) KEL_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define KEL_NO_LOCK_ANALYSIS KEL_THREAD_ANNOTATION(no_thread_safety_analysis)
+/// @endcond

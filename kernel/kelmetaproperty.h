@@ -19,12 +19,14 @@ public:
     /// What CkelObject::kel_metacall is asked to do. `args[0]` points to the CkelVariant that is read into or written.
     enum Call : int
     {
-        ReadProperty = 1,
-        WriteProperty = 2
+        ReadProperty = 1, ///< the variant takes the property's value
+        WriteProperty = 2 ///< the property takes the variant's value
     };
 
+    /// `name` belongs to the property, not to one object or class.
     explicit CkelMetaProperty(std::string name);
 
+    /// The name given to the constructor.
     const std::string& name() const { return m_name; }
 
     /// The property's value; an invalid variant when `object` has no such property.

@@ -16,7 +16,10 @@ public:
     CkelMutex(const CkelMutex&) = delete;
     CkelMutex& operator=(const CkelMutex&) = delete;
 
+    /// Waits until the lock is free, and takes it.
     void lock() KEL_ACQUIRE() { m_mutex.lock(); }
+
+    /// Gives the lock back, on the thread that took it.
     void unlock() KEL_RELEASE() { m_mutex.unlock(); }
 
     /// Takes the lock if nobody holds it. Returns at once; true when the caller now holds it.
@@ -34,7 +37,10 @@ public:
     CkelRecursiveMutex(const CkelRecursiveMutex&) = delete;
     CkelRecursiveMutex& operator=(const CkelRecursiveMutex&) = delete;
 
+    /// Waits until no other thread holds the lock, and takes it.
     void lock() KEL_ACQUIRE() { m_mutex.lock(); }
+
+    /// Undoes one lock() or tryLock(), on the thread that called it.
     void unlock() KEL_RELEASE() { m_mutex.unlock(); }
 
     /// Takes the lock unless another thread holds it. Returns at once; true when the caller now holds it.
@@ -48,6 +54,7 @@ private:
 class KEL_SCOPED_CAPABILITY CkelMutexLocker
 {
 public:
+    /// Waits until `mutex` is free. It has to outlive the locker.
     explicit CkelMutexLocker(CkelMutex& mutex) KEL_ACQUIRE(mutex) : m_mutex(mutex) { m_mutex.lock(); }
     ~CkelMutexLocker() KEL_RELEASE() { m_mutex.unlock(); }
 

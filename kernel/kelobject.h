@@ -39,6 +39,8 @@ public:
     // The virtual operations, in an order that other libraries are built against: never reorder, never insert.
 
     virtual ~CkelObject();
+
+    /// Gives the object a name, for its users alone; it need not be unique. Empty at first.
     virtual void setName(const std::string& name);
 
     /// Receives every event of this object that no filter kept, and hands it to the handler below that fits.
@@ -49,11 +51,15 @@ public:
     /// to keep the event from `watched`.
     virtual bool eventFilter(CkelObject* watched, CkelEvent* event);
 
+    /// A time-out of one of this object's timers. Runs on the object's thread. Does nothing here, as the next two do.
     virtual void timerEvent(CkelTimerEvent* event);
+    /// A child came or left.
     virtual void childEvent(CkelChildEvent* event);
+    /// An event of a type that the application defined, sent with CkelApplicationPlus::sendEvent.
     virtual void customEvent(CkelCustomEvent* event);
 
-    /// A changed value, when this object is attached to the data sensor. Runs on the application's thread.
+    /// A changed value, when this object is attached to the data sensor. Runs on the application's thread, whichever
+    /// the object's own is. The event is the sensor's: copy what is to be kept. Does nothing here.
     virtual void dataSensorEvent(CkelDataSensorEvent* event);
 
     /// A message of the window system; true when handled. Nothing in the kernel sends one.
@@ -63,6 +69,7 @@ public:
     /// there is no such property or it cannot be written.
     virtual bool kel_metacall(CkelMetaProperty::Call call, const char* name, void** args);
 
+    /// The name given to setName().
     std::string name() const;
 
     /// The newest name given to storeherits; "CkelObject" for a plain object.
@@ -71,8 +78,11 @@ public:
     /// Whether `className` is this object's class or one of its bases, by the names given to storeherits.
     bool inherits(const std::string& className) const;
 
+    /// The object that deletes this one; null when there is none.
     CkelObject* parent() const;
-    const std::vector<CkelObject*>& children() const; ///< oldest first
+
+    /// Oldest first. The list is the object's own: it changes as children come and go.
+    const std::vector<CkelObject*>& children() const;
 
     /// Gives the object to another parent, or to none, in which case the caller owns it. Refused, with false, when the
     /// new parent lives on another thread or is this object or one below it.
@@ -95,6 +105,8 @@ public:
     /// Lets `filter` see this object's events first; the filter installed last sees them first. Both must live on one
     /// thread. Installing a filter again moves it to the front.
     void installEventFilter(CkelObject* filter);
+
+    /// Ends installEventFilter(); nothing happens when `filter` is not installed. Destroying either object does it too.
     void removeEventFilter(CkelObject* filter);
 
 protected:

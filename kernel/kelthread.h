@@ -23,16 +23,17 @@ public:
     /// A hint to the system's scheduler; what the process is not allowed to have is left as it is.
     enum Priority : int
     {
-        IdlePriority = 0, ///< only when nothing else wants the processor
-        LowestPriority = 1,
-        LowPriority = 2,
-        NormalPriority = 3,
-        HighPriority = 4,
-        HighestPriority = 5,
-        TimeCriticalPriority = 6,
-        InheritPriority = 7 ///< that of the thread that calls start()
+        IdlePriority = 0,         ///< only when nothing else wants the processor
+        LowestPriority = 1,       ///< far behind others
+        LowPriority = 2,          ///< behind others
+        NormalPriority = 3,       ///< like others
+        HighPriority = 4,         ///< before others
+        HighestPriority = 5,      ///< far before others
+        TimeCriticalPriority = 6, ///< before everything else
+        InheritPriority = 7       ///< that of the thread that calls start()
     };
 
+    /// Starts nothing yet. `parent` owns the CkelThread object.
     explicit CkelThread(CkelObject* parent = nullptr);
 
     /// Terminates the thread. A class that overrides run() must call terminate() in its own destructor.
@@ -54,6 +55,7 @@ public:
     /// terminate() are to be called by one thread at a time.
     void terminate();
 
+    /// True from a successful start() until run() has returned. Safe from any thread.
     bool isRunning() const { return *m_running; }
 
     /// What the thread does: exec(), unless a derived class has other plans.

@@ -20,11 +20,14 @@ namespace Ombrin {
 class KEL_EXPORT CkelTimer : public CkelObject
 {
 public:
+    /// Stopped, with nothing connected. `parent` owns the timer.
     explicit CkelTimer(CkelObject* parent = nullptr);
     ~CkelTimer() override;
 
     /// Calls `slot` at every time-out. `slotName` says what is connected, and disconnects it again.
     void connectTimeOut(const std::string& slotName, std::function<void()> slot);
+
+    /// Disconnects every function connected as `slotName`.
     void disconnectTimeOut(const std::string& slotName);
 
     /// Starts the timer, or starts it anew; `interval` is in milliseconds. An interval below 1 stops it.
@@ -33,8 +36,10 @@ public:
     /// No time-out follows on the timer's own thread; from another thread one that has begun runs to its end.
     void stop();
 
+    /// True between start() and stop(). Safe from any thread.
     bool isActive() const { return m_timerId != 0; }
 
+    /// Calls the connected functions.
     void timerEvent(CkelTimerEvent* event) override;
 
 private:

@@ -30,23 +30,29 @@ public:
     /// them.
     enum Type : int
     {
-        Invalid = 0,
-        Bool = 1,
-        Int = 2,
-        UInt = 3,
-        LongLong = 4,
-        ULongLong = 5,
-        Double = 6,
-        Char = 7,
-        String = 8,
-        List = 9,
-        Map = 10,
-        ByteArray = 11
+        Invalid = 0,   ///< nothing
+        Bool = 1,      ///< true or false
+        Int = 2,       ///< signed, 32 bits
+        UInt = 3,      ///< unsigned, 32 bits
+        LongLong = 4,  ///< signed, 64 bits
+        ULongLong = 5, ///< unsigned, 64 bits
+        Double = 6,    ///< IEEE 754, 64 bits
+        Char = 7,      ///< a code only
+        String = 8,    ///< UTF-8 text
+        List = 9,      ///< a code only
+        Map = 10,      ///< a code only
+        ByteArray = 11 ///< a code only
     };
 
     // The conversions to a variant are implicit on purpose: `storage.updateValue(id, 35.5, false)`.
     // NOLINTBEGIN(google-explicit-constructor)
+    /// Nothing.
     CkelVariant() noexcept = default;
+
+    /// @{
+
+    /// The value, with the type that fits it: a long is an Int where it has 32 bits and a LongLong where it has 64. Of
+    /// an array of characters, the bytes up to the NUL; of the other texts all bytes.
     CkelVariant(bool value) noexcept : m_type(Bool) { m_data.integer = value ? 1 : 0; }
     CkelVariant(int value) noexcept : m_type(Int) { m_data.integer = value; }
     CkelVariant(unsigned int value) noexcept : m_type(UInt) { m_data.natural = value; }
@@ -64,12 +70,15 @@ public:
     CkelVariant(const CkelString& text);
     // NOLINTEND(google-explicit-constructor)
 
+    /// @}
+
     /// A pointer to anything but text is no value; without this it would turn into a bool.
     template <typename T, typename = std::enable_if_t<!std::is_same_v<std::remove_const_t<T>, char>>>
     CkelVariant(T*) = delete;
     template <typename T, typename Class>
     CkelVariant(T Class::*) = delete;
 
+    /// A text is shared, not copied.
     CkelVariant(const CkelVariant& other) noexcept : m_data(other.m_data), m_type(other.m_type)
     {
         if (m_type == String)
@@ -79,6 +88,7 @@ public:
     /// Leaves `other` invalid.
     CkelVariant(CkelVariant&& other) noexcept : m_data(other.m_data), m_type(other.m_type) { other.m_type = Invalid; }
 
+    /// A text is shared, not copied.
     CkelVariant& operator=(const CkelVariant& other) noexcept
     {
         CkelVariant copy(other);
@@ -100,6 +110,7 @@ public:
             dropText();
     }
 
+    /// Exchanges the contents and types of the two.
     void swap(CkelVariant& other) noexcept
     {
         const Data data = m_data;
@@ -110,6 +121,7 @@ public:
         other.m_type = type;
     }
 
+    /// What the variant holds; never one of the codes that are codes only.
     Type type() const noexcept { return m_type; }
 
     /// True when the variant holds nothing.
@@ -119,7 +131,13 @@ public:
     /// number, NaN (or a text that reads as NaN) converts to no integer and no bool, and nothing converts to nothing.
     bool canConvert(Type type) const;
 
-    bool toBool(bool* ok = nullptr) const; ///< a number other than 0, or the text "true"
+    /// True for a number other than 0, for a text that reads as one, and for the text "true"; `ok` as described above.
+    bool toBool(bool* ok = nullptr) const;
+
+    /// @{
+
+    /// The content as another type, as described above: 0 or an empty text, with `*ok` false, for what cannot be
+    /// converted.
     int toInt(bool* ok = nullptr) const;
     unsigned int toUInt(bool* ok = nullptr) const;
     long long toLongLong(bool* ok = nullptr) const;
@@ -127,6 +145,8 @@ public:
     double toDouble(bool* ok = nullptr) const;
     std::string toStdString(bool* ok = nullptr) const;
     CkelString toString(bool* ok = nullptr) const { return toStdString(ok); }
+
+    /// @}
 
     /// True for equal contents: two numbers (bools, integers and doubles alike) that are numerically equal, to the last
     /// bit of 64; two texts with the same bytes; two invalid variants. NaN equals NaN. A text never equals a number.

@@ -10,6 +10,7 @@
     FORMAT_PACKAGES=(clang-format-14)
     TIDY_PACKAGES=(clang-tidy-14)
     COVERAGE_PACKAGES=(gcovr)
+    DOCS_PACKAGES=(doxygen)
 }
 
 # die STATUS MESSAGE...

@@ -6,7 +6,11 @@ if(NOT DOXYGEN_FOUND)
 endif()
 
 set(pages
-  README.md)
+  README.md
+  CHANGELOG.md
+  docs/contributing.md
+  docs/dictionary.md
+  docs/kernel.md)
 
 set(headers)
 foreach(library IN ITEMS kernel database datastorage)
@@ -18,6 +22,7 @@ endforeach()
 
 set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/docs)
 set(DOXYGEN_USE_MDFILE_AS_MAINPAGE README.md)
+set(DOXYGEN_IMAGE_PATH docs/images)
 set(DOXYGEN_STRIP_FROM_PATH ${PROJECT_SOURCE_DIR})
 set(DOXYGEN_STRIP_FROM_INC_PATH ${PROJECT_SOURCE_DIR}) # what a caller writes behind #include
 set(DOXYGEN_FULL_PATH_NAMES YES)

@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Checks README.md, CHANGELOG.md and docs/*.md: pages_test.sh ROOT
+#
+# Every relative link leads to a file and, behind "#", to a heading. A code block below "<!-- file: PATH -->" is the
+# text of that file.
+set -euo pipefail
+cd "$1"
+failed=0
+
+fail()
+{
+    printf '%s\n' "$*" >&2
+    failed=1
+}
+
+# shellcheck disable=SC2016 # the backticks are those of the pages
+without_code()
+{
+    awk '/^```/ { code = !code; next } !code' "$1" | sed 's/`[^`]*`//g'
+}
+
+# The anchors that a code host gives the headings of a page.
+anchors()
+{
+    awk '/^```/ { code = !code; next } !code' "$1" | sed -n 's/^##* *//p' |
+        tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'
+}
+
+check_link()
+{
+    local page=$1 target=$2 file
+    file=$page
+    [[ $target == "#"* ]] || file=$(dirname -- "$page")/${target%%#*}
+    if [[ ! -e $file ]]; then
+        fail "$page: no file $target"
+    elif [[ $target == *"#"* ]] && ! anchors "$file" | grep -xF -e "${target#*#}" >/dev/null; then
+        fail "$page: no heading $target"
+    fi
+}
+
+# check_block PAGE LINE PATH: the block that begins behind LINE
+check_block()
+{
+    local page=$1 line=$2 path=$3
+    awk -v mark="$line" 'NR <= mark + 1 { next } /^```/ { exit } { print }' "$page" |
+        diff -u "$path" - >&2 || fail "$page:$line differs from $path"
+}
+
+links=0
+blocks=0
+for page in README.md CHANGELOG.md docs/*.md; do
+    while read -r target; do
+        check_link "$page" "$target"
+        links=$((links + 1))
+    done < <(without_code "$page" | grep -oE '\]\([^) ]+\)' | sed 's/^](//; s/)$//' | grep -vE '^[a-z]+:' || true)
+    while IFS=: read -r line path; do
+        check_block "$page" "$line" "$path"
+        blocks=$((blocks + 1))
+    done < <(sed -n 's/^<!-- file: \(.*\) -->$/\1/p;' "$page" | while read -r path; do
+        grep -nxF -e "<!-- file: $path -->" "$page" | sed "s|:.*|:$path|"
+    done)
+done
+
+printf '%d links and %d blocks checked\n' "$links" "$blocks"
+[[ $links -gt 0 && $blocks -gt 0 && $failed -eq 0 ]]

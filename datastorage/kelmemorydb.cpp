@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <iostream>
+#include <limits>
 #include <mutex>
 #include <utility>
 
@@ -130,6 +132,25 @@ bool canGoOn(sqlite3* connection)
     return sqlite3_get_autocommit(connection) == 0;
 }
 
+/// A finite number of whole numbers and powers of two, which SQLite computes without rounding on every target. Decimals
+/// of many digits it reads less exactly, the more so where `long double` is no wider than `double`.
+std::string exactLiteralOf(double real)
+{
+    constexpr int digits = std::numeric_limits<double>::digits;
+    constexpr int widestStep = digits - 1;
+    int exponent = 0;
+    auto mantissa = static_cast<long long>(std::ldexp(std::frexp(real, &exponent), digits));
+    exponent -= digits;
+    for (; exponent < 0 && mantissa % 2 == 0; ++exponent)
+        mantissa /= 2;
+    std::string text = CkelString::number(mantissa).toStdString();
+    for (int left = std::abs(exponent); left > 0; left -= widestStep) {
+        const long long power = 1LL << std::min(left, widestStep);
+        text += (exponent > 0 ? " * " : " / ") + CkelString::number(power).toStdString() + ".0";
+    }
+    return text;
+}
+
 /// A number as SQL writes it.
 std::string literalOf(const CkelVariant& value, StorageClass form)
 {
@@ -146,7 +167,7 @@ std::string literalOf(const CkelVariant& value, StorageClass form)
         return "NULL";
     if (std::isinf(real))
         return real > 0 ? "9e999" : "-9e999";
-    return CkelString::number(real).toStdString();
+    return exactLiteralOf(real);
 }
 
 } // namespace

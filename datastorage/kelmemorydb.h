@@ -77,8 +77,8 @@ public:
     /// false means that nothing was written.
     bool insertDatas(const std::vector<tagStorageData>& records);
 
-    /// Sets the value of one row and nothing else. True also when there is no such row. A double is written as a
-    /// decimal, which SQLite reads exactly up to 15 digits; a null variant becomes 0, NaN becomes NULL.
+    /// Sets the value of one row and nothing else. True also when there is no such row. A null variant becomes 0, NaN
+    /// becomes NULL.
     bool updateValue(unsigned int id, const CkelVariant& value);
 
     /// Sets the values of several rows in one transaction, bit by bit. Null values are skipped; of lists of different

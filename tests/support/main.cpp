@@ -1,3 +1,4 @@
+#include "tests/support/casesapart.h"
 #include "tests/support/testfolder.h"
 
 #include <cstdlib>
@@ -28,6 +29,8 @@ TestFolder::~TestFolder()
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
+    if (argc > 1 && std::string(argv[1]) == "--cases-apart")
+        return KelTest::runCasesApart();
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     return RUN_ALL_TESTS();
 }

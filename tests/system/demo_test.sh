@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Runs the operator example as a user would: demo_test.sh PROGRAM
+# Runs the operator example as a user would: demo_test.sh [EMULATOR ARGUMENT...] PROGRAM
 set -euo pipefail
 
-program=$(readlink -f -- "$1")
+program=("${@:1:$#-1}" "$(readlink -f -- "${!#}")")
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
@@ -19,7 +19,7 @@ refuses()
 {
     local what=$1 status=0
     shift
-    "$program" "$@" >printed 2>output || status=$?
+    "${program[@]}" "$@" >printed 2>output || status=$?
     [[ $status -eq 2 && $(wc -l <output) -eq 1 && ! -s printed ]] || fail "$what (status $status)"
 }
 
@@ -28,7 +28,7 @@ runs()
 {
     local state=$1
     shift
-    "$program" --folder "$state" --seconds 1 "$@" >output 2>&1 || fail "run with status $?: $*"
+    "${program[@]}" --folder "$state" --seconds 1 "$@" >output 2>&1 || fail "run with status $?: $*"
 }
 
 # says PATTERN
@@ -43,7 +43,7 @@ count_of()
     sed -n "/--- Restart/q; s/^ .* s  $1 *\([0-9]*\)$/\1/p" output | tail -n 1
 }
 
-"$program" --help >output 2>&1 || fail "--help"
+"${program[@]}" --help >output 2>&1 || fail "--help"
 says '--dictionary FILE'
 
 touch something.txt

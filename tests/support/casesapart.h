@@ -1,0 +1,10 @@
+#pragma once
+
+namespace KelTest {
+
+/// Runs every case of the program in a process of its own that is forked off this one, as many at once as there are
+/// cores. It keeps the cases apart as well as starting the program for each does, which takes long under an emulator.
+/// Prints what failing cases print, their names, and the count of both kinds. Gives the program's exit status.
+int runCasesApart();
+
+} // namespace KelTest

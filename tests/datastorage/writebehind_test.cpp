@@ -1,5 +1,4 @@
-#include "datastorage/kelmemorydb.h"
-#include "kernel/keltimer.h"
+#include "tests/datastorage/drivenstorage.h"
 #include "tests/datastorage/sqlfile.h"
 #include "tests/datastorage/storagefixture.h"
 
@@ -16,43 +15,10 @@ namespace {
 
 using Storage = CkelAbstractDataStorage;
 
-/// Explicit instantiation may name private members. The cases stop the timers and look into the queue.
-template <auto Member>
-struct ReachDB
-{
-    friend auto& memoryDBOf(CkelMemoryDataStorage& storage) { return storage.*Member; }
-};
-auto& memoryDBOf(CkelMemoryDataStorage& storage);
-template struct ReachDB<&CkelMemoryDataStorage::m_memoryDB>;
-
-template <auto Member>
-struct ReachTimer
-{
-    friend auto& timerOf(CkelMemoryDB& database) { return database.*Member; }
-};
-auto& timerOf(CkelMemoryDB& database);
-template struct ReachTimer<&CkelMemoryDB::m_timer>;
-
-template <auto Member>
-struct ReachTimerID
-{
-    friend auto& timerIDOf(CkelMemoryDataStorage& storage) { return storage.*Member; }
-};
-auto& timerIDOf(CkelMemoryDataStorage& storage);
-template struct ReachTimerID<&CkelMemoryDataStorage::m_timerId>;
-
 /// A hundred items of the IDs 1 to 100, "item1" to "item100", value type 9, value 1.0; saved in the local table.
-class DrivenStorage : public CkelMemoryDataStorage
+class HundredItems : public DrivenStorage
 {
 public:
-    DrivenStorage()
-    {
-        timerOf(database())->stop();
-        killTimer(timerIDOf(*this));
-    }
-
-    CkelMemoryDB& database() { return *memoryDBOf(*this); }
-
     void load()
     {
         std::ofstream file("dictionary.json");
@@ -63,26 +29,6 @@ public:
         file << "]}";
         file.close();
         readConfigFile("dictionary.json", false);
-    }
-
-    void tick()
-    {
-        CkelTimerEvent event(0);
-        timerEvent(&event);
-    }
-
-    std::vector<tagDBBlock> takeBlocks()
-    {
-        std::vector<tagDBBlock> blocks;
-        while (!database().isEmpty())
-            blocks.push_back(database().pop());
-        return blocks;
-    }
-
-    void write()
-    {
-        while (!database().isEmpty())
-            database().sync();
     }
 };
 
@@ -97,7 +43,7 @@ protected:
         return SqlFile().row("SELECT NameID, Value FROM kel WHERE ID = " + std::to_string(id));
     }
 
-    DrivenStorage storage;
+    HundredItems storage;
 };
 
 tagDBBlock blockOf(int kind, unsigned int id, double value = 0)
@@ -435,20 +381,20 @@ TEST_F(Collection, StorageWithoutItemsCollectsNothing)
 
 TEST_F(Collection, HoldsTheLockFromTheFirstLookToTheLast)
 {
-    class Watched : public DrivenStorage
+    class Watched : public HundredItems
     {
     public:
-        using DrivenStorage::updateField;
+        using HundredItems::updateField;
         std::vector<tagStorageData> queryDataListByField(const std::string& field, FieldType type,
                                                          const CkelVariant& value, Operator op) const override
         {
             look();
-            return DrivenStorage::queryDataListByField(field, type, value, op);
+            return HundredItems::queryDataListByField(field, type, value, op);
         }
         void updateField(unsigned int id, const std::string& field, const CkelVariant& value, bool merge) override
         {
             look();
-            DrivenStorage::updateField(id, field, value, merge);
+            HundredItems::updateField(id, field, value, merge);
         }
 
         mutable int looks = 0;

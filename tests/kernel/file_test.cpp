@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <csignal>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -299,6 +300,59 @@ TEST_F(File, NewFileHasThePermissionsThatTheProcessGives)
         EXPECT_EQ(fs::status(name).permissions(), static_cast<fs::perms>(0640));
     }
     umask(old);
+}
+
+// --- what 32 bits do not hold ---
+
+static_assert(sizeof(off_t) == 8 && sizeof(time_t) == 8, "files beyond 2 GiB, dates beyond 2038");
+
+TEST_F(File, FileBeyond4GiBIsFoundAndOpened)
+{
+    put("file", "");
+    ASSERT_EQ(truncate("file", off_t{5} << 30U), 0);
+    EXPECT_TRUE(CkelFile::exists("file"));
+    CkelFile file("file");
+    EXPECT_TRUE(file.open(CkelDevice::ReadOnly));
+}
+
+TEST_F(File, AppendAddsBeyond4GiB)
+{
+    constexpr off_t size = off_t{5} << 30U;
+    put("file", "");
+    ASSERT_EQ(truncate("file", size), 0);
+    CkelFile file("file");
+    ASSERT_TRUE(file.open(CkelDevice::Append));
+    EXPECT_TRUE(file.write(CkelByteArray("new", 3)));
+    const int descriptor = ::open("file", O_RDONLY | O_CLOEXEC);
+    std::array<char, 8> end{};
+    EXPECT_EQ(pread(descriptor, end.data(), end.size(), size), 3);
+    EXPECT_STREQ(end.data(), "new");
+    ::close(descriptor);
+}
+
+TEST_F(File, WriteOnlyEmptiesAFileBeyond4GiB)
+{
+    put("file", "");
+    ASSERT_EQ(truncate("file", off_t{5} << 30U), 0);
+    CkelFile file("file");
+    ASSERT_TRUE(file.open(CkelDevice::WriteOnly));
+    EXPECT_TRUE(file.write(CkelByteArray("new", 3)));
+    EXPECT_EQ(get("file"), "new");
+}
+
+TEST_F(File, DateBeyond2038IsNoHindrance)
+{
+    put("file", "content");
+    constexpr timespec farDate = {4102444800, 0}; // the year 2100
+    constexpr timespec dates[] = {farDate, farDate};
+    ASSERT_EQ(utimensat(AT_FDCWD, "file", dates, 0), 0);
+    struct stat status = {};
+    ASSERT_EQ(stat("file", &status), 0);
+    ASSERT_EQ(status.st_mtim.tv_sec, farDate.tv_sec) << "the file system keeps no such dates";
+    EXPECT_TRUE(CkelFile::exists("file"));
+    CkelFile file("file");
+    ASSERT_TRUE(file.open(CkelDevice::ReadOnly));
+    EXPECT_EQ(file.readAll().toStdString(), "content");
 }
 
 // --- reading ---

@@ -8,7 +8,7 @@
     ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)
     CLANG_PACKAGES=(clang-14 libclang-rt-14-dev)
     FORMAT_PACKAGES=(clang-format-14)
-    TIDY_PACKAGES=(clang-tidy-14)
+    TIDY_PACKAGES=(clang-tidy-14 shellcheck)
     COVERAGE_PACKAGES=(gcovr)
     DOCS_PACKAGES=(doxygen)
 }
@@ -94,7 +94,7 @@ require_packages()
 packages_of_preset()
 {
     printf '%s\n' "${BUILD_PACKAGES[@]}"
-    [[ $1 != clang ]] || printf '%s\n' "${CLANG_PACKAGES[@]}"
+    [[ $1 != clang && $1 != asan ]] || printf '%s\n' "${CLANG_PACKAGES[@]}"
 }
 
 # Installs what the preset needs; ends the script when there is no such preset.

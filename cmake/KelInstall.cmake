@@ -15,6 +15,7 @@ install(FILES
 
 file(RELATIVE_PATH KEL_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" KEL_PC_PREFIX "${KEL_PC_PREFIX}")
+string(JOIN " " KEL_PC_THREADS "" ${CMAKE_THREAD_LIBS_INIT}) # nothing where the C library has the threads
 configure_file(cmake/kel_datastorage.pc.in kel_datastorage.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kel_datastorage.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -7,10 +7,12 @@ function(kel_compile_settings target)
     VISIBILITY_INLINES_HIDDEN ON)
   # Files beyond 2 GiB and dates beyond 2038, on 32-bit targets too.
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
-  target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Woverloaded-virtual
-    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
-    $<$<BOOL:${KEL_WARNINGS_AS_ERRORS}>:-Werror>)
+  if(KEL_WARNINGS)
+    target_compile_options(${target} PRIVATE
+      -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Woverloaded-virtual
+      $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+      $<$<BOOL:${KEL_WARNINGS_AS_ERRORS}>:-Werror>)
+  endif()
 endfunction()
 
 # kel_add_library(<name> SOURCES ... HEADERS ... [LINK ...] [PRIVATE_LINK ...])
@@ -41,12 +43,16 @@ function(kel_add_library name)
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kel>)
   target_link_libraries(kel_${name} PRIVATE ${arg_PRIVATE_LINK})
-  target_link_options(kel_${name} PRIVATE -Wl,--no-undefined-version -Wl,--as-needed)
+  set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  set_property(TARGET kel_${name} APPEND PROPERTY LINK_DEPENDS ${exports})
+  target_link_options(kel_${name} PRIVATE
+    -Wl,--no-undefined-version -Wl,--as-needed -Wl,--version-script=${exports})
 
-  install(TARGETS kel_${name} EXPORT kel_datastorageTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
-    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kel)
-  install(FILES ${arg_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kel/${name} COMPONENT development)
+  if(KEL_INSTALL)
+    install(TARGETS kel_${name} EXPORT kel_datastorageTargets
+      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+    install(FILES ${arg_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kel/${name} COMPONENT development)
+  endif()
 
   foreach(dependency IN LISTS arg_LINK)
     target_link_libraries(${objects} PUBLIC kel_${dependency}_objects)

@@ -11,6 +11,8 @@
     TIDY_PACKAGES=(clang-tidy-14 shellcheck)
     COVERAGE_PACKAGES=(gcovr)
     DOCS_PACKAGES=(doxygen)
+    PACKAGE_PACKAGES=(dpkg-dev file lintian)
+    ABI_PACKAGES=(abigail-tools)
 }
 
 # die STATUS MESSAGE...

@@ -8,6 +8,7 @@ endif()
 set(pages
   README.md
   CHANGELOG.md
+  docs/abi.md
   docs/contributing.md
   docs/dictionary.md
   docs/kernel.md)

@@ -142,7 +142,8 @@ TEST_P(WideID, ChangedValueIsSavedAndRestored)
 
 TEST_P(WideID, InsertedItemIsSavedAndRestored)
 {
-    storage().readConfigFile("", true);
+    writeDictionary("items.json", R"({"ID":5,"NameID":"other","ValueT":9,"Value":0})");
+    storage().readConfigFile("items.json", true);
     storage().insertDataList({makeItem(narrowID(), "narrow", 1.5), makeItem(id(), "wide", 2.5)});
     restart("");
     expectBoth(1.5, 2.5);
@@ -168,8 +169,9 @@ TEST_P(WideID, IsSelectedAsALargeNumber)
     ASSERT_EQ(large.size(), 1U);
     EXPECT_VARIANT(large[0], 2.5);
     const std::vector<CkelVariant> between = storage().queryValueListBetween(0x80000000U, UINT_MAX);
-    ASSERT_EQ(between.size(), 1U);
-    EXPECT_VARIANT(between[0], 2.5);
+    ASSERT_EQ(between.size(), id() < UINT_MAX ? 1U : 0U) << "the upper end is not part of a range";
+    for (const CkelVariant& value : between)
+        EXPECT_VARIANT(value, 2.5);
     const std::vector<CkelVariant> small = storage().queryValueList(0x80000000U, Storage::Less);
     ASSERT_EQ(small.size(), 1U);
     EXPECT_VARIANT(small[0], 1.5);

@@ -673,7 +673,8 @@ INSTANTIATE_TEST_SUITE_P(Dictionary, RootThatIsNoObject,
 TEST_P(RootWithoutKel, IsReportedAndEndsTheProcess)
 {
     EXPECT_PROCESS_ENDS(parseText(GetParam()),
-                        "^kel not be found!\n[^\n]*kelparsedbjson\\.cpp:32: [^\n]*Assertion `false' failed\\.\n$");
+                        std::string("^kel not be found!\n[^\n]*kelparsedbjson\\.cpp:32: [^\n]*Assertion `false") +
+                            KelTest::failedCheckEnd);
 }
 
 INSTANTIATE_TEST_SUITE_P(Dictionary, RootWithoutKel,
@@ -725,7 +726,7 @@ TEST_F(MalformedDictionary, APrintedNameMustBeText)
 TEST_F(MalformedDictionary, WhatStandsBeforeIsPrintedFirst)
 {
     EXPECT_PROCESS_ENDS(parser.printJson(json("{\"ID\":7,\"NameID\":5}"), 2),
-                        "^ id = 7\n[^\n]*Assertion `IsString\\(\\)' failed\\.\n$");
+                        std::string("^ id = 7\n[^\n]*Assertion `IsString\\(\\)") + KelTest::failedCheckEnd);
 }
 
 // --- printing ---

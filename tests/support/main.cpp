@@ -28,9 +28,9 @@ TestFolder::~TestFolder()
 
 int main(int argc, char** argv)
 {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe"; // unless the command line says otherwise
     testing::InitGoogleTest(&argc, argv);
     if (argc > 1 && std::string(argv[1]) == "--cases-apart")
         return KelTest::runCasesApart();
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
     return RUN_ALL_TESTS();
 }

@@ -10,7 +10,7 @@ set(prefix ${CMAKE_CURRENT_BINARY_DIR}/prefix)
 # kel_add_consumer_test(<name> <argument of test.sh>...)
 function(kel_add_consumer_test name)
   add_test(NAME consumer.${name} COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/consumer/test.sh ${ARGN})
-  set_tests_properties(consumer.${name} PROPERTIES TIMEOUT 240 ENVIRONMENT CXX=${CMAKE_CXX_COMPILER})
+  set_tests_properties(consumer.${name} PROPERTIES TIMEOUT 600 ENVIRONMENT CXX=${CMAKE_CXX_COMPILER})
 endfunction()
 
 kel_add_consumer_test(install install ${PROJECT_BINARY_DIR} ${prefix})

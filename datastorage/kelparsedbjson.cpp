@@ -17,7 +17,7 @@ namespace {
 // Those who look after devices know the check below by its line. Keep it where it is.
 struct Root
 {
-    explicit Root(const char* text) { m_document.Parse(text); }
+    explicit Root(const char* text) { m_document.Parse<rapidjson::kParseIterativeFlag>(text); } // spares the stack
 
     rapidjson::Value::ConstArray items() const;
 

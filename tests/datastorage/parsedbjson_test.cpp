@@ -598,6 +598,21 @@ TEST_F(DictionaryParser, ANulEndsTheText)
     EXPECT_EQ(parseText(std::string("{\"kel\":[{\"ID\":1}]}\0{garbage", 28)).size(), 1U);
 }
 
+TEST_F(DictionaryParser, NestingOfAnyDepthIsRead)
+{
+    constexpr std::size_t depth = 1000000;
+    const std::string arrays = std::string(depth, '[') + std::string(depth, ']');
+    std::string objects;
+    for (std::size_t i = 0; i < depth; ++i)
+        objects += "{\"a\":";
+    objects += "0" + std::string(depth, '}');
+    const auto& items =
+        parseText(R"({"other":)" + arrays + R"(,"kel":[{"Value":)" + arrays + R"(,"Max":)" + objects + R"(,"ID":7}]})");
+    ASSERT_EQ(items.size(), 1U);
+    EXPECT_EQ(items[0].ID, 7U);
+    EXPECT_TRUE(items[0].Value.isNull());
+}
+
 TEST_F(DictionaryParser, TheFileIsClosedAfterwards)
 {
     const auto openFiles = [] {

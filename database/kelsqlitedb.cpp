@@ -11,6 +11,23 @@ namespace Ombrin {
 namespace {
 
 constexpr std::chrono::milliseconds busyTimeOut{5000};
+constexpr int longestRow = 64 << 20; // bytes
+
+/// Anybody may have made the file: nothing in it is run, nothing but tables is read, and what a table's constraints
+/// compute reaches nothing outside and comes to an end.
+void distrustFile(sqlite3* connection)
+{
+    constexpr int off = 0;
+    constexpr int on = 1;
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, off, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_TRIGGER, off, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_VIEW, off, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, off, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, on, nullptr);
+    sqlite3_drop_modules(connection, nullptr); // virtual tables are code
+    sqlite3_limit(connection, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 1);
+    sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, longestRow);
+}
 
 } // namespace
 
@@ -28,6 +45,7 @@ bool CkelSqliteDB::open(const CkelString& fileName)
         close(); // SQLite gives a handle for a failed open too
         return false;
     }
+    distrustFile(m_connection);
     sqlite3_busy_timeout(m_connection, static_cast<int>(busyTimeOut.count()));
     return true;
 }

@@ -17,6 +17,10 @@ namespace Ombrin {
 ///
 /// A file that another connection holds locked is waited for, up to five seconds. The connection may be used from
 /// several threads, but a transaction belongs to whoever began it: keep threads apart while one is open.
+///
+/// The file need not be trusted. Triggers do not fire, views and virtual tables cannot be read, extensions cannot be
+/// loaded, and a table's own expressions may use functions without side effects only. A text or a row of more than
+/// 64 MiB is refused.
 class KEL_EXPORT CkelSqliteDB
 {
 public:

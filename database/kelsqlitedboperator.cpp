@@ -104,9 +104,23 @@ std::vector<std::string> CkelSqliteDBOperator::tables() const
 {
     std::vector<std::string> names;
     const auto visit = [&names](const CkelSqliteVariantVector& row) { names.push_back(row.toValue<std::string>(0)); };
-    if (!isValid() || !m_database->forEachRow("SELECT name FROM sqlite_master WHERE type='table';", visit))
+    // A virtual table, which is code, has no page.
+    if (!isValid() ||
+        !m_database->forEachRow("SELECT name FROM sqlite_master WHERE type='table' AND rootpage<>0;", visit))
         return {};
     return names;
+}
+
+bool CkelSqliteDBOperator::isStoredTable() const
+{
+    constexpr int hiddenColumn = 6; // of the answer: more than 0 for what is computed
+    bool anyColumn = false;
+    bool computed = false;
+    const auto visit = [&](const CkelSqliteVariantVector& row) {
+        anyColumn = true;
+        computed = computed || row.toValue<long long>(hiddenColumn) != 0;
+    };
+    return isReady() && m_database->forEachRow("PRAGMA table_xinfo(" + m_table + ")", visit) && anyColumn && !computed;
 }
 
 std::string CkelSqliteDBOperator::createText(const std::vector<Column>& columns) const

@@ -74,8 +74,12 @@ public:
     /// The selected table; empty when none is.
     const std::string& currentTable() const { return m_table; }
 
-    /// The names of the database's tables; empty when they cannot be read. CkelSqliteDB::lastResult tells which.
+    /// The names of the database's tables, without virtual ones; empty when they cannot be read.
+    /// CkelSqliteDB::lastResult tells which.
     std::vector<std::string> tables() const;
+
+    /// Whether the file holds every column of the selected table, so that reading it computes nothing.
+    bool isStoredTable() const;
 
     /// Creates the table if it is not there.
     std::string createText(const std::vector<Column>& columns) const;

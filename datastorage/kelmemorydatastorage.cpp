@@ -226,6 +226,10 @@ bool CkelMemoryDataStorage::readDBFile(const std::string& path)
         return false;
     CkelSqliteDB database;
     database.open(path);
+    CkelSqliteDBOperator table(&database);
+    table.selectTable("kel");
+    if (!table.isStoredTable())
+        return false;
 
     Indexes indexes;
     std::vector<std::pair<unsigned int, int>> unknown; // IDs and value types

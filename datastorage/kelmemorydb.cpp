@@ -450,6 +450,9 @@ std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
 {
     const CkelMutexLocker lock(m_fileMutex);
     m_loadedList.clear();
+    m_loadComplete = false;
+    if (!tableOperator().isStoredTable())
+        return m_loadedList;
     m_loadComplete = m_database.forEachRow(tableOperator().selectText(), [this](const CkelSqliteVariantVector& row) {
         tagStorageData record{};
         record.ID = row.toValue<unsigned int>(0);

@@ -279,8 +279,8 @@ bool CkelMemoryDB::createTable()
     const CkelSqliteDBOperator table = tableOperator();
     if (!table.execute_helper(table.createText(tableColumns())))
         return false;
-    m_table = TableState::Present;
-    return true;
+    m_table = queryTable(); // a view of that name passes for the table here
+    return m_table == TableState::Present;
 }
 
 bool CkelMemoryDB::dropMemoryDBTable()

@@ -200,6 +200,19 @@ TEST_F(RogueFile, AViewInThePlaceOfTheTableIsNeitherReadNorWrittenThrough)
     EXPECT_EQ(Database(localFile).rows("SELECT g FROM t"), Rows{"5"});
 }
 
+TEST_F(RogueFile, AViewDoesNotPassForATableThatWasMade)
+{
+    make(localFile, "CREATE VIEW kel AS SELECT 1;");
+    CkelMemoryDB database;
+    EXPECT_FALSE(database.createMemoryDBTable());
+    EXPECT_FALSE(database.hasMemoryDBTable());
+    EXPECT_FALSE(database.dropMemoryDBTable());
+    EXPECT_FALSE(database.rebuildMemoryDBTable({makeItem(1, "one")}));
+    EXPECT_FALSE(database.insertDatas({makeItem(1, "one")}));
+    EXPECT_FALSE(database.insertData(makeItem(1, "one")));
+    EXPECT_FALSE(database.updateValue(1, 5));
+}
+
 TEST_F(RogueFile, AnEndlessViewInThePlaceOfTheTableIsNotRun)
 {
     make(localFile, "CREATE VIEW kel AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i FROM n) SELECT * FROM n;");

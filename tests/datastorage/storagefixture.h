@@ -4,6 +4,7 @@
 #include "kernel/kelapplicationplus.h"
 #include "kernel/keldatasensor.h"
 #include "kernel/kelevent.h"
+#include "tests/datastorage/storagemodel.h"
 #include "tests/support/testfolder.h"
 
 #include <ostream>
@@ -20,12 +21,6 @@ inline std::ostream& operator<<(std::ostream& out, const CkelVariant& value)
 } // namespace Ombrin
 
 namespace KelTest {
-
-/// Equal in content and in type, which CkelVariant::cmp alone does not tell.
-inline bool identical(const Ombrin::CkelVariant& a, const Ombrin::CkelVariant& b)
-{
-    return a.type() == b.type() && a.cmp(b);
-}
 
 inline testing::AssertionResult isIdentical(const char* aText, const char* bText, const Ombrin::CkelVariant& a,
                                             const Ombrin::CkelVariant& b)
@@ -61,15 +56,6 @@ class LoadedStorage : public Ombrin::CkelMemoryDataStorage
 {
 public:
     explicit LoadedStorage(const std::vector<Ombrin::tagStorageData>& items) { indexRecords(items); }
-};
-
-/// What arrived through the data sensor.
-struct Announcement
-{
-    unsigned int id;
-    Ombrin::CkelVariant value;
-    int sensorType;
-    int merge;
 };
 
 /// Collects every event of the data sensor.

@@ -25,6 +25,8 @@ void distrustFile(sqlite3* connection)
     sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, off, nullptr);
     sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, on, nullptr);
     sqlite3_drop_modules(connection, nullptr); // virtual tables are code
+    // Without it a damaged page may be read beyond its end, with rows out of what the memory held before.
+    sqlite3_exec(connection, "PRAGMA cell_size_check=ON", nullptr, nullptr, nullptr);
     sqlite3_limit(connection, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 1);
     sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, longestRow);
 }

@@ -359,6 +359,20 @@ TEST_F(RogueFile, AWriteAheadLogIsReadAndWritten)
     EXPECT_EQ(Database(localFile).rows("SELECT ID, Value FROM kel"), (Rows{"1 6", "2 102.5"}));
 }
 
+TEST_F(RogueFile, APageWhoseRowsReachBeyondItsEndIsNotRead)
+{
+    makeSaved("");
+    std::string damaged = readFile(localFile);
+    ASSERT_EQ(damaged.size(), 8192U);
+    damaged.replace(4096 + 10, 2, "\x0f\xff"); // where the second row begins
+    writeFile(localFile, damaged);
+    start(dictionary, true, [](Storage& storage) {
+        EXPECT_VARIANT(storage.queryValue(1), 1.5);
+        EXPECT_VARIANT(storage.queryValue(2), 1.5);
+    });
+    EXPECT_TRUE(readFile(localFile) == damaged);
+}
+
 TEST_F(RogueFile, TextsAboveTheLimitAreRefused)
 {
     CkelMemoryDB database;

@@ -123,6 +123,7 @@ Expected expectedItems()
     sqlite3_stmt* statement = nullptr;
     Expected expected;
     require(sqlite3_open(fileName, &connection) == SQLITE_OK, "the file opens again");
+    sqlite3_exec(connection, "PRAGMA cell_size_check=ON", nullptr, nullptr, nullptr);
     require(sqlite3_prepare_v2(connection, "SELECT * FROM kel", -1, &statement, nullptr) == SQLITE_OK,
             "only a table loads");
     int step = SQLITE_DONE;

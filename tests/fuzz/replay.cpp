@@ -1,10 +1,12 @@
 #include "tests/fuzz/harness.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -37,7 +39,8 @@ std::string contentOf(const Path& path)
 /// Runs the files from `next` on and counts them there; with its standard error in `log`.
 [[noreturn]] void runChild(const std::vector<Path>& files, std::size_t& next, const char* log)
 {
-    if (!std::freopen(log, "w", stderr))
+    const int descriptor = open(log, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (descriptor < 0 || dup2(descriptor, STDERR_FILENO) < 0)
         std::exit(2);
     for (; next < files.size(); ++next) {
         const std::string bytes = contentOf(files[next]);

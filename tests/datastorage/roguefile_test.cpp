@@ -273,13 +273,6 @@ TEST_F(RogueFile, ExpressionsOfATableCannotCallFunctionsWithEffects)
     }
 }
 
-TEST_F(RogueFile, AConditionOfATableThatWouldTakeForeverFails)
-{
-    make(localFile, table("Min NUMERIC CHECK(printf('%.*c', 1000, 'a') LIKE '%a%a%a%a%a%a%a%a%a%a%a%a%b')"));
-    CkelMemoryDB database;
-    EXPECT_FALSE(database.insertData(makeItem(1, "one")));
-}
-
 TEST_F(RogueFile, AConditionOfATableThatWouldTakeAllMemoryFails)
 {
     make(localFile, table("Min NUMERIC CHECK(length(hex(zeroblob(100000000))) > 0)"));

@@ -25,13 +25,15 @@ using EventPtr = std::unique_ptr<CkelDataSensorEvent>;
 class EventQueue
 {
 public:
-    /// Leaves in `event` what it replaced: nothing is destroyed under the sensor's lock.
+    /// Leaves in `event` what it replaced: nothing is destroyed under the sensor's lock. Queues it or throws.
     void push(EventPtr& event)
     {
         if (event->dataMerge() != CkelDataSensorEvent::Merge) {
             m_events.push_back(std::move(event));
             return;
         }
+        if (m_events.size() == m_events.capacity()) // an entry of the index must lead to an event
+            m_events.reserve(2 * m_events.size() + 1);
         indexNewEvents();
         const auto [newest, first] = m_newest.try_emplace(keyOf(*event), m_events.size());
         if (!first && m_events[newest->second]->dataMerge() == CkelDataSensorEvent::Merge) {
@@ -137,8 +139,8 @@ void CkelDataSensor::post(CkelDataSensorEvent* event)
     const CkelMutexLocker lock(m_d->mutex);
     if (m_d->attachedCount == 0)
         return;
+    m_d->wakeLoop(); // first: an event whose caller hears of a failure must not be delivered
     m_d->queue.push(owned);
-    m_d->wakeLoop();
 }
 
 void CkelDataSensor::attach(CkelObject* object)

@@ -651,13 +651,19 @@ CkelVariant CkelMemoryDataStorage::toStoreValue(unsigned int valueType, const Ck
     }
 }
 
+/// Stores and announces the value, or throws and does neither.
 void CkelMemoryDataStorage::storeValue(tagStorageData& item, CkelVariant&& value, bool merge)
 {
     auto event =
         std::make_unique<CkelAnyDataSensorEvent>(static_cast<int>(item.ID), value, CkelDataSensorEvent::AnyData,
                                                  merge ? CkelDataSensorEvent::Merge : CkelDataSensorEvent::NoMerge);
-    item.Value = std::move(value);
-    CkelApplicationPlus::dataSensor()->post(event.release());
+    item.Value.swap(value);
+    try {
+        CkelApplicationPlus::dataSensor()->post(event.release());
+    } catch (...) {
+        item.Value.swap(value);
+        throw;
+    }
 }
 
 CkelVariant CkelMemoryDataStorage::updateValue(unsigned int id, const CkelVariant& value, bool merge)
@@ -671,8 +677,8 @@ CkelVariant CkelMemoryDataStorage::updateValue(unsigned int id, const CkelVarian
     CkelVariant converted = toStoreValue(item->ValueT, value);
     if (converted.cmp(before))
         return before;
-    item->Dirty = DirtyModified;
     storeValue(*item, std::move(converted), merge);
+    item->Dirty = DirtyModified;
     return before;
 }
 
@@ -687,20 +693,24 @@ void CkelMemoryDataStorage::updateData(const tagStorageData& record, bool merge)
     tagStorageData* const item = record.ID != 0 ? findLive(record.ID) : nullptr;
     if (!item)
         return;
-    if (item->Dirty != DirtyInserted)
-        item->Dirty = DirtyModified;
+    // What can run out of memory comes first.
+    CkelVariant value = toStoreValue(record.ValueT, record.Value);
+    CkelVariant defValue = toStoreValue(record.ValueT, record.DefValue);
+    CkelVariant max = toStoreValue(record.ValueT, record.Max);
+    CkelVariant min = toStoreValue(record.ValueT, record.Min);
+    if (!value.cmp(item->Value))
+        storeValue(*item, std::move(value), merge);
+
     item->CommSource = record.CommSource;
     item->DBSource = record.DBSource;
     item->RW = record.RW;
     item->Block = record.Block;
     item->ValueT = record.ValueT;
-
-    CkelVariant value = toStoreValue(item->ValueT, record.Value);
-    item->DefValue = toStoreValue(item->ValueT, record.DefValue);
-    item->Max = toStoreValue(item->ValueT, record.Max);
-    item->Min = toStoreValue(item->ValueT, record.Min);
-    if (!value.cmp(item->Value))
-        storeValue(*item, std::move(value), merge);
+    item->DefValue = std::move(defValue);
+    item->Max = std::move(max);
+    item->Min = std::move(min);
+    if (item->Dirty != DirtyInserted)
+        item->Dirty = DirtyModified;
 }
 
 void CkelMemoryDataStorage::updateDataList(const std::vector<tagStorageData>& records, bool merge)

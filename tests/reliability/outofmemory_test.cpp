@@ -169,3 +169,81 @@ TEST_F(OutOfMemory, ALookupThrowsOrAnswers)
     };
     EXPECT_GT(allOrNothing(lookups), 10);
 }
+
+TEST_F(OutOfMemory, AnUpdateWithItsEventIsDoneOrNot)
+{
+    EXPECT_GT(allOrNothing([](auto& storage) { storage.updateValue(1, 77.5, false); }), 0);
+    EXPECT_GT(allOrNothing([](auto& storage) { storage.updateValue(nameOfTwo, 77.5, true); }), 0);
+    EXPECT_GT(allOrNothing([](auto& storage) { storage.updateValue(5, std::string(longText) + "!", false); }), 2);
+    EXPECT_GT(allOrNothing([](auto& storage) { storage.updateField(5, "Value", std::string(longText) + "!", true); }),
+              2);
+    EXPECT_GT(allOrNothing([](auto& storage) { storage.updateField(5, "Max", std::string(longText), true); }), 1);
+}
+
+TEST_F(OutOfMemory, AMergedUpdateWithItsEventIsDoneOrNot)
+{
+    // Events enough to make every part of the queue grow.
+    for (int waiting = 0; waiting < 20; ++waiting) {
+        SCOPED_TRACE(std::to_string(waiting) + " events wait");
+        walk([&](long n) {
+            LoadedStorage storage(someItems());
+            for (int i = 0; i < waiting; ++i)
+                storage.updateValue(1 + i % 2, 1000 + i, i % 3 == 0);
+            const auto before = contentOf(storage);
+            const Attempt result = attempt(n, [&] { storage.updateValue(3, 5000, true); });
+            EXPECT_EQ(contentOf(storage) == before, result.threw);
+            storage.updateValue(3, 5001, true);
+            std::vector<double> ofThree;
+            for (const Announcement& event : listener.take()) {
+                if (event.id == 3)
+                    ofThree.push_back(event.value.toDouble());
+            }
+            EXPECT_EQ(ofThree, std::vector<double>{5001}) << "merged, or the first of them never came to be";
+            return result;
+        });
+    }
+}
+
+TEST_F(OutOfMemory, AWholeRecordIsUpdatedOrNot)
+{
+    tagStorageData text = someItems()[4];
+    text.RW = 9;
+    text.Value = std::string(longText) + "?";
+    text.DefValue = std::string(longText) + "def";
+    text.Max = std::string(longText) + "max";
+    text.Min = std::string(longText) + "min";
+    EXPECT_GT(allOrNothing([&](auto& storage) { storage.updateData(text, false); }), 5);
+}
+
+TEST_F(OutOfMemory, AnItemIsInsertedOrNot)
+{
+    const tagStorageData item = makeItem(77, "yet another item with a rather long name", 7);
+    EXPECT_GT(allOrNothing([&](auto& storage) { storage.insertData(item); }), 3);
+}
+
+TEST_F(OutOfMemory, DeletionAndResetAreDoneOrNot)
+{
+    allOrNothing([](auto& storage) { storage.deleteData(nameOfTwo); });
+    EXPECT_GT(allOrNothing([](auto& storage) { storage.deleteDataListBetween(2, 5); }), 0);
+    EXPECT_GT(allOrNothing([](auto& storage) { storage.deleteDataList(3, Storage::Greater); }), 0);
+    EXPECT_GT(
+        allOrNothing([](auto& storage) { storage.deleteDataListByField("Block", {}, 4, Storage::Equal); }), 0);
+    allOrNothing([](auto& storage) { storage.reset(); });
+}
+
+TEST_F(OutOfMemory, AListOperationLeavesWholeItems)
+{
+    EXPECT_GT(consistent([](auto& storage) {
+                  storage.updateValueList(std::vector<unsigned int>{1, 2, 5}, {7.5, 8.5, longText}, false);
+              }),
+              0);
+    EXPECT_GT(consistent([](auto& storage) { storage.updateFieldList({1, 2, 3}, "Value", {1.5, 2.5, 3.5}, true); }),
+              0);
+    EXPECT_GT(consistent([](auto& storage) { storage.updateDataList(someItems(), false); }), 0);
+    EXPECT_GT(consistent([](auto& storage) {
+                  if (storage.ID("number 78 of the items with long names") == 0)
+                      storage.insertDataList({makeItem(77, "number 77 of the items with long names"),
+                                              makeItem(78, "number 78 of the items with long names")});
+              }),
+              5);
+}

@@ -45,6 +45,8 @@ public:
         m_indexed = m_events.size();
     }
 
+    bool isEmpty() const { return m_events.empty(); }
+
     /// Moves the waiting events behind those of `batch`; the memory of an empty one serves the next ones.
     void take(std::vector<EventPtr>& batch)
     {
@@ -95,6 +97,13 @@ struct Delivery
     std::optional<std::size_t> end; // set by the first step: who attaches later waits for the next event
 };
 
+/// A handler that runs now; one that runs the loop itself has others inside.
+struct RunningHandler
+{
+    const CkelObject* receiver;
+    RunningHandler* outer;
+};
+
 } // namespace
 
 /// One lock guards everything that other threads reach; it is released while a handler runs. The batch in delivery
@@ -117,7 +126,7 @@ struct CkelDataSensor::Private
 
     std::vector<Listener> listeners KEL_GUARDED_BY(mutex); // a detached one keeps its place while handlers run
     std::size_t attachedCount KEL_GUARDED_BY(mutex) = 0;
-    std::vector<CkelObject*> active KEL_GUARDED_BY(mutex); // whose handlers run now; several when nested
+    RunningHandler* active KEL_GUARDED_BY(mutex) = nullptr; // the innermost
     std::thread::id deliveringThread KEL_GUARDED_BY(mutex);
     std::size_t detaching KEL_GUARDED_BY(mutex) = 0; // calls that wait for a handler to end
     std::condition_variable_any handlerDone;
@@ -178,31 +187,40 @@ void CkelDataSensor::detach(CkelObject* object)
 void CkelDataSensor::setLoop(std::shared_ptr<CkelEventLoop> loop)
 {
     const CkelMutexLocker lock(m_d->mutex);
-    m_d->loop = std::move(loop);
-    m_d->wakePending = false;
-    m_d->wakeLoop(); // events may wait, also the rest of a pass that an exception ended
+    m_d->loop.swap(loop);
+    const bool wasPending = std::exchange(m_d->wakePending, false);
+    try {
+        m_d->wakeLoop(); // events may wait, also the rest of a pass that an exception ended
+    } catch (...) {
+        m_d->loop.swap(loop);
+        m_d->wakePending = wasPending;
+        throw;
+    }
 }
 
 void CkelDataSensor::continuePass()
 {
-    if (!m_d->current)
-        return;
     const CkelMutexLocker lock(m_d->mutex);
-    m_d->wakeLoop();
+    // Events wait without a wake-up when an exception ended a pass.
+    if (m_d->current || m_d->batchNext < m_d->batch.size() || !m_d->queue.isEmpty())
+        m_d->wakeLoop();
 }
 
 void CkelDataSensor::Private::attach(CkelObject& object, bool all, const std::vector<unsigned int>& ids)
 {
     object.markAttached();
+    std::unordered_set<unsigned int> wanted(ids.begin(), ids.end());
     const CkelMutexLocker lock(mutex);
-    auto listener = std::find_if(listeners.begin(), listeners.end(),
-                                 [&object](const Listener& known) { return known.object == &object; });
+    const auto listener = std::find_if(listeners.begin(), listeners.end(),
+                                       [&object](const Listener& known) { return known.object == &object; });
     if (listener == listeners.end()) {
-        listener = listeners.insert(listener, Listener{&object, false, {}});
+        listeners.push_back({&object, all, std::move(wanted)});
         ++attachedCount;
+        return;
     }
+    wanted.insert(listener->ids.begin(), listener->ids.end());
+    listener->ids.swap(wanted);
     listener->all = listener->all || all;
-    listener->ids.insert(ids.begin(), ids.end());
 }
 
 void CkelDataSensor::Private::wakeLoop()
@@ -253,19 +271,21 @@ void CkelDataSensor::Private::deliver(Delivery& delivery)
     /// Notes whose handler runs, and lets go of the lock meanwhile.
     struct Handler
     {
-        Handler(Private& sensor, CkelObject& receiver) KEL_NO_LOCK_ANALYSIS : d(sensor)
+        Handler(Private& sensor, const CkelObject& receiver) KEL_NO_LOCK_ANALYSIS : d(sensor),
+                                                                                  running{&receiver, sensor.active}
         {
-            d.active.push_back(&receiver);
+            d.active = &running;
             d.mutex.unlock();
         }
         ~Handler() KEL_NO_LOCK_ANALYSIS
         {
             d.mutex.lock();
-            d.active.pop_back();
+            d.active = running.outer;
             if (d.detaching != 0)
                 d.handlerDone.notify_all();
         }
         Private& d;
+        RunningHandler running;
     };
 
     const CkelMutexLocker lock(mutex);
@@ -290,12 +310,16 @@ CkelObject* CkelDataSensor::Private::nextListener(Delivery& delivery)
 
 bool CkelDataSensor::Private::isActive(const CkelObject* object) const
 {
-    return std::find(active.begin(), active.end(), object) != active.end();
+    for (const RunningHandler* handler = active; handler; handler = handler->outer) {
+        if (handler->receiver == object)
+            return true;
+    }
+    return false;
 }
 
 void CkelDataSensor::Private::removeDetached()
 {
-    if (!active.empty() || attachedCount == listeners.size())
+    if (active || attachedCount == listeners.size())
         return;
     listeners.erase(
         std::remove_if(listeners.begin(), listeners.end(), [](const Listener& listener) { return !listener.object; }),

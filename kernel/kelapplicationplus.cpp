@@ -16,8 +16,8 @@ std::atomic<CkelApplicationPlus*> theApplication{nullptr};
 CkelApplicationPlus::CkelApplicationPlus(int& /*argc*/, char** /*argv*/)
 {
     storeherits("CkelApplicationPlus");
-    theApplication = this;
     dataSensor()->setLoop(loop());
+    theApplication = this;
 }
 
 CkelApplicationPlus::~CkelApplicationPlus()

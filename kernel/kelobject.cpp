@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <utility>
 
 namespace Ombrin {
@@ -45,6 +46,13 @@ void removeFrom(std::vector<CkelObject*>& objects, const CkelObject* object)
     objects.erase(std::remove(objects.begin(), objects.end(), object), objects.end());
 }
 
+void removeFirst(std::vector<CkelObject*>& objects, const CkelObject* object)
+{
+    const auto found = std::find(objects.begin(), objects.end(), object);
+    if (found != objects.end())
+        objects.erase(found);
+}
+
 bool contains(const std::vector<CkelObject*>& objects, const CkelObject* object)
 {
     return std::find(objects.begin(), objects.end(), object) != objects.end();
@@ -58,8 +66,15 @@ CkelObject::CkelObject(CkelObject* parent) : m_d(std::make_unique<Private>())
         const CkelMutexLocker lock(m_d->loopMutex);
         m_d->loop = CkelEventLoop::current();
     }
-    if (parent)
+    if (!parent)
+        return;
+    try {
         setParent(parent);
+    } catch (...) {
+        if (m_d->parent)
+            removeFrom(m_d->parent->m_d->children, this);
+        throw;
+    }
 }
 
 CkelObject::~CkelObject()
@@ -71,7 +86,10 @@ CkelObject::~CkelObject()
     for (CkelObject* const filter : m_d->filters)
         removeFrom(filter->m_d->watched, this);
 
-    setParent(nullptr);
+    try {
+        setParent(nullptr);
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): the parent's filters do not hear of it
+    }
     while (!m_d->children.empty()) {
         CkelObject* const child = m_d->children.back();
         m_d->children.pop_back();
@@ -185,14 +203,14 @@ bool CkelObject::setParent(CkelObject* parent)
             return false;
     }
 
-    CkelObject* const old = std::exchange(m_d->parent, parent);
-    if (old)
-        removeFrom(old->m_d->children, this);
+    // A handler may destroy any of the three, or give the object away again.
+    const std::weak_ptr<const bool> alive = parent ? m_d->watchLife() : std::weak_ptr<const bool>();
     if (parent)
         parent->m_d->children.push_back(this);
+    CkelObject* const old = std::exchange(m_d->parent, parent);
+    if (old)
+        removeFirst(old->m_d->children, this); // its older place, when the parent stays
 
-    // A handler may destroy any of the three, or give the object away again.
-    const std::weak_ptr<const bool> alive = m_d->watchLife();
     if (old) {
         CkelChildEvent removed(CkelEvent::ChildRemoved, this);
         deliver(*old, removed);
@@ -232,10 +250,15 @@ bool CkelObject::moveToThread(CkelThread* thread)
 void CkelObject::moveAll(const std::vector<CkelObject*>& objects, const std::shared_ptr<CkelEventLoop>& target)
 {
     std::vector<int> timers;
-    for (CkelObject* const object : objects) {
-        const CkelMutexLocker lock(object->m_d->loopMutex);
-        const std::shared_ptr<CkelEventLoop> source = std::exchange(object->m_d->loop, target);
-        source->moveTimers(*object, *target, timers);
+    try {
+        for (CkelObject* const object : objects) {
+            const CkelMutexLocker lock(object->m_d->loopMutex);
+            object->m_d->loop->moveTimers(*object, *target, timers);
+            object->m_d->loop = target;
+        }
+    } catch (...) {
+        target->resumeTimers(timers);
+        throw;
     }
     target->resumeTimers(timers); // not before all have moved: handlers may reach their object's children
 }
@@ -244,6 +267,8 @@ void CkelObject::installEventFilter(CkelObject* filter)
 {
     if (!filter)
         return;
+    m_d->filters.reserve(m_d->filters.size() + 1); // both or none
+    filter->m_d->watched.reserve(filter->m_d->watched.size() + 1);
     removeEventFilter(filter);
     m_d->filters.push_back(filter);
     filter->m_d->watched.push_back(this);

@@ -5,6 +5,9 @@
 
 #include <asio/post.hpp>
 
+#include <iterator>
+#include <new>
+
 namespace Ombrin {
 
 namespace {
@@ -57,9 +60,15 @@ void CkelEventLoop::setCurrent(std::shared_ptr<CkelEventLoop> loop)
     currentLoop() = std::move(loop);
 }
 
+bool CkelEventLoop::isCurrent() const
+{
+    return currentLoop().get() == this;
+}
+
 int CkelEventLoop::exec()
 {
     const Restored inPass(m_inPass, false);
+    armStranded();
     while (!m_terminated && !m_quit.exchange(false))
         m_io.run_one();
     return m_exitCode.exchange(0);
@@ -75,7 +84,7 @@ void CkelEventLoop::quit(int code)
 void CkelEventLoop::terminate()
 {
     m_terminated = true;
-    asio::post(m_io, [] {});
+    m_io.stop();
 }
 
 void CkelEventLoop::post(std::function<void()> task)
@@ -85,9 +94,14 @@ void CkelEventLoop::post(std::function<void()> task)
 
 void CkelEventLoop::runTask(std::function<void()>& task, unsigned int pass)
 {
-    if (m_inPass && pass == m_pass)
-        post(std::move(task)); // not due when this pass began
-    else if (!m_terminated)
+    if (m_inPass && pass == m_pass) { // not due when this pass began
+        try {
+            post(task);
+            return;
+        } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): better too early than never
+        }
+    }
+    if (!m_terminated)
         task();
 }
 
@@ -96,6 +110,7 @@ void CkelEventLoop::processEvents()
     const Restored inPass(m_inPass, true);
     const Restored began(m_passBegan, Clock::now());
     ++m_pass;
+    armStranded();
 
     // Asio finds due timers while it works through its queue, and puts them behind what is there. So everything that
     // is due now stands before a second mark, made when the first is met.
@@ -109,7 +124,13 @@ int CkelEventLoop::startTimer(CkelObject& receiver, std::chrono::milliseconds in
 {
     const int id = nextTimerId();
     const CkelMutexLocker lock(m_mutex);
-    arm(id, m_timers.try_emplace(id, m_io, TimerState{&receiver, interval, Clock::now() + interval}).first->second);
+    const auto timer = m_timers.try_emplace(id, m_io, TimerState{&receiver, interval, Clock::now() + interval}).first;
+    try {
+        arm(id, timer->second);
+    } catch (...) {
+        m_timers.erase(timer);
+        throw;
+    }
     return id;
 }
 
@@ -123,50 +144,85 @@ void CkelEventLoop::killTimer(const CkelObject& receiver, int id)
 
 void CkelEventLoop::killTimers(const CkelObject& receiver)
 {
-    takeTimers(receiver);
+    const CkelMutexLocker lock(m_mutex);
+    for (auto timer = m_timers.begin(); timer != m_timers.end();)
+        timer = timer->second.receiver == &receiver ? m_timers.erase(timer) : std::next(timer);
 }
 
 void CkelEventLoop::moveTimers(const CkelObject& receiver, CkelEventLoop& target, std::vector<int>& ids)
 {
-    for (const auto& [id, state] : takeTimers(receiver)) {
-        const CkelMutexLocker lock(target.m_mutex);
-        target.m_timers.try_emplace(id, target.m_io, state);
-        ids.push_back(id);
+    if (&target == this)
+        return;
+    const auto timers = timersOf(receiver);
+    ids.reserve(ids.size() + timers.size());
+    target.adopt(timers, ids);
+    killTimers(receiver);
+}
+
+std::vector<std::pair<int, CkelEventLoop::TimerState>> CkelEventLoop::timersOf(const CkelObject& receiver)
+{
+    std::vector<std::pair<int, TimerState>> found;
+    const CkelMutexLocker lock(m_mutex);
+    for (const auto& [id, timer] : m_timers) {
+        if (timer.receiver == &receiver)
+            found.emplace_back(id, timer);
     }
+    return found;
+}
+
+void CkelEventLoop::adopt(const std::vector<std::pair<int, TimerState>>& timers, std::vector<int>& ids)
+{
+    const CkelMutexLocker lock(m_mutex);
+    try {
+        for (const auto& [id, state] : timers)
+            m_timers.try_emplace(id, m_io, state);
+    } catch (...) {
+        for (const auto& [id, state] : timers)
+            m_timers.erase(id);
+        throw;
+    }
+    for (const auto& [id, state] : timers)
+        ids.push_back(id);
 }
 
 void CkelEventLoop::resumeTimers(const std::vector<int>& ids)
 {
-    const CkelMutexLocker lock(m_mutex);
-    for (const int id : ids) {
-        const auto found = m_timers.find(id); // another thread may have killed it meanwhile
-        if (found != m_timers.end())
-            arm(id, found->second);
-    }
-}
-
-std::vector<std::pair<int, CkelEventLoop::TimerState>> CkelEventLoop::takeTimers(const CkelObject& receiver)
-{
-    std::vector<std::pair<int, TimerState>> taken;
-    const CkelMutexLocker lock(m_mutex);
-    for (auto timer = m_timers.begin(); timer != m_timers.end();) {
-        if (timer->second.receiver == &receiver) {
-            taken.emplace_back(timer->first, timer->second);
-            timer = m_timers.erase(timer);
-        } else {
-            ++timer;
+    {
+        const CkelMutexLocker lock(m_mutex);
+        for (const int id : ids) {
+            const auto found = m_timers.find(id); // another thread may have killed it meanwhile
+            if (found != m_timers.end())
+                m_anyStranded = found->second.stranded = true;
         }
     }
-    return taken;
+    armStranded();
+}
+
+void CkelEventLoop::armStranded()
+{
+    if (!m_anyStranded)
+        return;
+    const CkelMutexLocker lock(m_mutex);
+    m_anyStranded = false;
+    for (auto& [id, timer] : m_timers) {
+        if (timer.stranded)
+            arm(id, timer);
+    }
 }
 
 void CkelEventLoop::arm(int id, Timer& timer)
 {
     timer.waiter.expires_at(timer.next);
-    timer.waiter.async_wait([this, id](const asio::error_code& error) {
-        if (!error)
-            timeOut(id);
-    });
+    try {
+        timer.waiter.async_wait([this, id](const asio::error_code& error) {
+            if (!error)
+                timeOut(id);
+        });
+        timer.stranded = false;
+    } catch (...) {
+        m_anyStranded = timer.stranded = true;
+        throw;
+    }
 }
 
 void CkelEventLoop::TimerState::skipPast(Clock::time_point now)

@@ -51,14 +51,18 @@ public:
     /// Makes `loop` the calling thread's loop.
     static void setCurrent(std::shared_ptr<CkelEventLoop> loop);
 
-    /// Runs until quit() or terminate(). A quit() that came before makes it return at once.
+    /// Whether this is the calling thread's loop.
+    bool isCurrent() const;
+
+    /// Runs until quit() or terminate(). A quit() that came before makes it return at once. After an exception, a new
+    /// call goes on where the last one stopped.
     int exec();
     void quit(int code);
 
     /// Runs what is due at the time of the call, without waiting.
     void processEvents();
 
-    /// For good: nothing further starts on this loop.
+    /// For good: nothing further starts on this loop. Needs no memory.
     void terminate();
 
     /// Runs `task` on the loop's thread; in a later call when posted while processEvents() runs.
@@ -66,7 +70,7 @@ public:
 
     int startTimer(CkelObject& receiver, std::chrono::milliseconds interval);
     void killTimer(const CkelObject& receiver, int id);
-    void killTimers(const CkelObject& receiver);
+    void killTimers(const CkelObject& receiver); ///< needs no memory
 
     /// Hands every timer of `receiver` over to `target`, where they rest until resumeTimers(), and adds their IDs to
     /// `ids`.
@@ -78,11 +82,14 @@ private:
     {
         Timer(asio::io_context& io, const TimerState& state) : TimerState(state), waiter(io) {}
         asio::steady_timer waiter;
+        bool stranded = false; // there was no memory to wait with
     };
 
     void runTask(std::function<void()>& task, unsigned int pass);
-    std::vector<std::pair<int, TimerState>> takeTimers(const CkelObject& receiver);
+    std::vector<std::pair<int, TimerState>> timersOf(const CkelObject& receiver);
+    void adopt(const std::vector<std::pair<int, TimerState>>& timers, std::vector<int>& ids);
     void arm(int id, Timer& timer) KEL_REQUIRES(m_mutex);
+    void armStranded();
     void timeOut(int id);
     CkelObject* takeDue(int id);
     void rearm(int id);
@@ -107,7 +114,8 @@ private:
     std::atomic<bool> m_quit{false};
     std::atomic<bool> m_terminated{false};
     std::atomic<int> m_exitCode{0};
-    std::atomic<unsigned int> m_pass{0}; // counts the calls of processEvents()
+    std::atomic<unsigned int> m_pass{0};   // counts the calls of processEvents()
+    std::atomic<bool> m_anyStranded{false}; // of the timers
     // The loop's thread only: whether the innermost loop is processEvents(), and when that began.
     bool m_inPass = false;
     Clock::time_point m_passBegan;

@@ -57,6 +57,9 @@ bool CkelThread::start(Priority priority)
     } catch (const std::system_error&) {
         *m_running = false;
         return false;
+    } catch (...) { // no memory
+        *m_running = false;
+        throw;
     }
     m_started = true;
     return true;
@@ -86,7 +89,7 @@ void CkelThread::wait()
 void CkelThread::terminate()
 {
     m_loop->terminate();
-    if (CkelEventLoop::current() == m_loop)
+    if (m_loop->isCurrent())
         return;       // on the thread itself
     m_started = true; // for good
     wait();

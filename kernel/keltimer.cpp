@@ -31,8 +31,8 @@ void CkelTimer::disconnectTimeOut(const std::string& slotName)
 void CkelTimer::start(int interval)
 {
     const CkelMutexLocker lock(m_startMutex);
-    killTimer(m_timerId.exchange(0));
-    m_timerId = startTimer(interval);
+    const int id = startTimer(interval); // may throw: the timer then goes on as it was
+    killTimer(m_timerId.exchange(id));
 }
 
 void CkelTimer::stop()

@@ -2,13 +2,13 @@
 
 #include "datastorage/kelparsedbjson.h"
 
+#include "datastorage/kelrapidjson.h"
 #include "kernel/kelfile.h"
 #include "kernel/kelstring.h"
 
-#include <rapidjson/document.h>
-
 #include <cassert>
 #include <iostream>
+#include <rapidjson/document.h>
 
 namespace Ombrin {
 
@@ -22,7 +22,7 @@ struct Root
     rapidjson::Value::ConstArray items() const;
 
 private:
-    rapidjson::Document m_document;
+    JsonDocument m_document;
 };
 
 rapidjson::Value::ConstArray Root::items() const

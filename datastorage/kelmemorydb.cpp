@@ -304,12 +304,25 @@ bool CkelMemoryDB::rebuildMemoryDBTable(const std::vector<tagStorageData>& recor
     CkelSqliteTransaction transaction(m_database.handle());
     if (!transaction.isOpen())
         return false;
-    sqlite3* const connection = m_database.handle();
-    const bool done = (queryTable() == TableState::Missing || dropTable()) && canGoOn(connection) && createTable() &&
-                      canGoOn(connection) && replaceRows(records) && transaction.commit();
+    bool done = false;
+    try {
+        done = replaceTable(records) && transaction.commit();
+    } catch (...) {
+        m_table = TableState::Unknown;
+        throw;
+    }
     if (!done)
         m_table = TableState::Unknown; // rolled back to what it was
     return done;
+}
+
+/// In an open transaction, which SQLite may give up at each step: what follows would then be done without one.
+bool CkelMemoryDB::replaceTable(const std::vector<tagStorageData>& records)
+{
+    sqlite3* const connection = m_database.handle();
+    const TableState before = queryTable();
+    return before != TableState::Unknown && canGoOn(connection) && (before == TableState::Missing || dropTable()) &&
+           canGoOn(connection) && createTable() && canGoOn(connection) && replaceRows(records);
 }
 
 bool CkelMemoryDB::insertData(const tagStorageData& record)

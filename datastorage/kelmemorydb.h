@@ -67,7 +67,7 @@ public:
     /// False also when there is no table.
     bool dropMemoryDBTable();
 
-    /// Drops the table, creates it and fills it with `records`, all of it or nothing.
+    /// Drops the table, creates it and fills it with `records`, or leaves it as it was.
     bool rebuildMemoryDBTable(const std::vector<tagStorageData>& records);
 
     /// Writes the record's row, and replaces one of the same ID.
@@ -132,6 +132,7 @@ private:
     TableState queryTable() const KEL_REQUIRES(m_fileMutex);
     bool createTable() KEL_REQUIRES(m_fileMutex);
     bool dropTable() KEL_REQUIRES(m_fileMutex);
+    bool replaceTable(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
     bool insertRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
     bool replaceRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
     bool updateRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);

@@ -136,10 +136,11 @@ void CkelMemoryDataStorage::Indexes::add(const tagStorageData& record)
 
 void CkelMemoryDataStorage::adopt(Indexes&& indexes)
 {
-    if (!m_idMap)
+    if (!m_idMap) { // both or none
+        auto names = std::make_unique<NameMap>();
         m_idMap = std::make_unique<IDMap>();
-    if (!m_nameMap)
-        m_nameMap = std::make_unique<NameMap>();
+        m_nameMap = std::move(names);
+    }
     m_idMap->swap(indexes.ids);
     m_nameMap->swap(indexes.names);
 }
@@ -213,11 +214,11 @@ bool CkelMemoryDataStorage::readJsonFile(const std::string& path)
     CkelParseDBJson parser;
     if (&parser.parse(path) == &CkelParseDBJson::unread())
         return false;
-    m_loadedData = std::move(parser).dataList();
-    if (m_loadedData.empty())
-        return false;
-    indexRecords(m_loadedData);
-    return true;
+    std::vector<tagStorageData> records = std::move(parser).dataList();
+    if (!records.empty())
+        indexRecords(records);
+    m_loadedData = std::move(records);
+    return !m_loadedData.empty();
 }
 
 bool CkelMemoryDataStorage::readDBFile(const std::string& path)
@@ -612,14 +613,14 @@ void CkelMemoryDataStorage::pushDeleted()
     if (ids.empty())
         return;
     std::vector<tagStorageData> records(ids.size());
-    for (std::size_t i = 0; i < ids.size(); ++i) {
+    for (std::size_t i = 0; i < ids.size(); ++i)
         records[i].ID = ids[i];
-        m_idMap->erase(ids[i]);
-    }
+    m_memoryDB->push({tagDBBlock::Delete, std::move(records)}); // first: without memory for it, nothing is removed
+    for (const unsigned int id : ids)
+        m_idMap->erase(id);
     // Several names may lead to one item, and a name may lead to another item than the one that bears it.
     for (auto name = m_nameMap->begin(); name != m_nameMap->end();)
         name = m_idMap->count(name->second) != 0 ? std::next(name) : m_nameMap->erase(name);
-    m_memoryDB->push({tagDBBlock::Delete, std::move(records)});
 }
 
 // Updates

@@ -6,8 +6,8 @@ namespace KelTest {
 
 /// While it lives, the n-th allocation fails: once, or every one from then on.
 ///
-/// Counted are the program's operator new, the C allocations of everything that is linked into the program itself
-/// (RapidJSON and Asio among them), and SQLite's. One at a time may live.
+/// Counted are operator new, what Asio and the stacks of RapidJSON allocate, and SQLite's memory. One at a time may
+/// live.
 class FailingAllocation
 {
 public:

@@ -126,10 +126,26 @@ std::vector<unsigned int> idsOf(const std::vector<tagStorageData>& records)
     return ids;
 }
 
-/// A failed record is left behind and the batch goes on, unless SQLite has given up the whole transaction.
+/// A record that fails is left behind and the batch goes on, unless it is the storage that failed: SQLite may have given
+/// up the transaction, and what it took before must not be called saved.
 bool canGoOn(sqlite3* connection)
 {
-    return sqlite3_get_autocommit(connection) == 0;
+    if (sqlite3_get_autocommit(connection) != 0)
+        return false;
+    constexpr int basicCode = 0xFF; // extended ones say more above these bits
+    switch (sqlite3_errcode(connection) & basicCode) {
+    case SQLITE_OK:
+    case SQLITE_ROW & basicCode:
+    case SQLITE_DONE & basicCode:
+    case SQLITE_ERROR:
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+    case SQLITE_TOOBIG:
+    case SQLITE_RANGE:
+        return true;
+    default:
+        return false;
+    }
 }
 
 /// A finite number of whole numbers and powers of two, which SQLite computes without rounding on every target. Decimals
@@ -374,12 +390,14 @@ bool CkelMemoryDB::updateValues(const std::vector<unsigned int>& ids, const std:
     if (!transaction.isOpen() || !statement.isValid())
         return false;
     const std::size_t count = std::min(ids.size(), values.size());
-    for (std::size_t i = 0; i < count && canGoOn(m_database.handle()); ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         if (!values[i].isNull() && bindValue(statement, 1, values[i], storageClassOf(*this, values[i].type())) &&
             statement.bind(2, rowID(ids[i])))
             statement.execute();
+        if (!canGoOn(m_database.handle()))
+            return false;
     }
-    return canGoOn(m_database.handle()) && transaction.commit();
+    return transaction.commit();
 }
 
 bool CkelMemoryDB::updateDatas(const std::vector<tagStorageData>& records)

@@ -50,7 +50,8 @@ bool CkelSqliteStatement::execute()
 
 CkelSqliteTransaction::CkelSqliteTransaction(sqlite3* connection)
     : m_connection(connection),
-      m_open(connection && sqlite3_exec(connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK)
+      m_rollback(connection, "ROLLBACK"),
+      m_open(m_rollback.isValid() && sqlite3_exec(connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK)
 {
     // On a file that cannot be written SQLite begins a transaction that only reads.
     if (m_open && sqlite3_db_readonly(connection, "main") != 0) {
@@ -69,7 +70,7 @@ void CkelSqliteTransaction::rollBack()
 {
     // SQLite has done so by itself after some errors; then there is nothing left to end.
     if (sqlite3_get_autocommit(m_connection) == 0)
-        sqlite3_exec(m_connection, "ROLLBACK", nullptr, nullptr, nullptr);
+        m_rollback.execute();
 }
 
 bool CkelSqliteTransaction::commit()

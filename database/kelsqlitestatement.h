@@ -68,6 +68,7 @@ private:
     void rollBack();
 
     sqlite3* const m_connection;
+    CkelSqliteStatement m_rollback; // prepared beforehand: it must not fail for want of memory
     bool m_open;
 };
 

@@ -430,6 +430,28 @@ TEST_F(OutOfMemory, AWriteIsDoneAsItsResultSaysAndTheFileIsFreeAfterwards)
     }
 }
 
+TEST_F(OutOfMemory, ATransactionIsTakenBackWithoutAnyMemory)
+{
+    const std::vector<tagStorageData> changed{makeItem(1, "one", 21.5), makeItem(2, "two", 22.5)};
+    const long points = walk([&](long n) {
+        CkelMemoryDB database;
+        EXPECT_TRUE(database.rebuildMemoryDBTable({makeItem(1, "one", 1.5), makeItem(2, "two", 2.5)}));
+        bool success = false;
+        const Attempt result = attempt(
+            n, [&] { success = database.insertDatas(changed); }, FailingAllocation::FromThenOn);
+        EXPECT_EQ(success, !result.hit);
+        {
+            SqlFile other;
+            sqlite3_busy_timeout(other.handle(), 0);
+            EXPECT_TRUE(other.run("BEGIN IMMEDIATE")) << "the file is free";
+        }
+        EXPECT_EQ(valuesIn("kelmem.db"), success ? "1|21.5 2|22.5 " : "1|1.5 2|2.5 ");
+        EXPECT_TRUE(database.insertDatas(changed));
+        return result;
+    });
+    EXPECT_GT(points, 20);
+}
+
 // Collection and the queue
 
 TEST_F(OutOfMemory, ACollectionThatFailsLosesNoChange)

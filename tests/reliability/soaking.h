@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace KelTest {
+
+struct SoakSettings
+{
+    std::chrono::seconds duration{0};
+    unsigned int items = 10000;
+    int changesPerSecond = 5000; ///< of all threads together
+    int threads = 4;
+    bool judgeGrowth = true; ///< of the memory, which takes minutes to show
+};
+
+struct SoakReport
+{
+    long long changes = 0;
+    long long delivered = 0;
+    long long outOfOrder = 0;     ///< events lost, delivered twice or in the wrong order
+    long long longestQueue = 0;   ///< events that waited for the application's loop
+    double longestDelay = 0;      ///< seconds from a change to its row in the file
+    long long unsaved = 0;        ///< items whose last value did not reach the file
+    double kibibytes = 0;         ///< resident, at the end
+    double growth = 0;            ///< of the resident memory after warm-up: MiB an hour, by a linear fit
+    long long lookups = 0;
+    double p50 = 0, p99 = 0, p9999 = 0; ///< microseconds of one lookup through the safe storage
+    std::vector<std::string> failures;
+};
+
+/// A safe storage under steady load, with its collector and its worker running and a listener attached. Needs an empty
+/// working directory; turns the calling thread's loop, which has to be the application's.
+SoakReport soak(const SoakSettings& settings);
+
+void print(const SoakReport& report, std::ostream& out);
+
+} // namespace KelTest

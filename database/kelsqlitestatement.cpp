@@ -51,7 +51,8 @@ bool CkelSqliteStatement::execute()
 CkelSqliteTransaction::CkelSqliteTransaction(sqlite3* connection)
     : m_connection(connection),
       m_rollback(connection, "ROLLBACK"),
-      m_open(m_rollback.isValid() && sqlite3_exec(connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK)
+      m_open(m_rollback.isValid() &&
+             sqlite3_exec(connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK)
 {
     // On a file that cannot be written SQLite begins a transaction that only reads.
     if (m_open && sqlite3_db_readonly(connection, "main") != 0) {

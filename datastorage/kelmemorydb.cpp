@@ -126,8 +126,8 @@ std::vector<unsigned int> idsOf(const std::vector<tagStorageData>& records)
     return ids;
 }
 
-/// A record that fails is left behind and the batch goes on, unless it is the storage that failed: SQLite may have given
-/// up the transaction, and what it took before must not be called saved.
+/// A record that fails is left behind and the batch goes on, unless it is the storage that failed: SQLite may have
+/// given up the transaction, and what it took before must not be called saved.
 bool canGoOn(sqlite3* connection)
 {
     if (sqlite3_get_autocommit(connection) != 0)
@@ -135,8 +135,8 @@ bool canGoOn(sqlite3* connection)
     constexpr int basicCode = 0xFF; // extended ones say more above these bits
     switch (sqlite3_errcode(connection) & basicCode) {
     case SQLITE_OK:
-    case SQLITE_ROW & basicCode:
-    case SQLITE_DONE & basicCode:
+    case SQLITE_ROW& basicCode:
+    case SQLITE_DONE& basicCode:
     case SQLITE_ERROR:
     case SQLITE_CONSTRAINT:
     case SQLITE_MISMATCH:

@@ -6,9 +6,9 @@
 #include "kernel/kelfile.h"
 #include "kernel/kelstring.h"
 
+#include <rapidjson/document.h>
 #include <cassert>
 #include <iostream>
-#include <rapidjson/document.h>
 
 namespace Ombrin {
 

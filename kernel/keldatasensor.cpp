@@ -272,7 +272,7 @@ void CkelDataSensor::Private::deliver(Delivery& delivery)
     struct Handler
     {
         Handler(Private& sensor, const CkelObject& receiver) KEL_NO_LOCK_ANALYSIS : d(sensor),
-                                                                                  running{&receiver, sensor.active}
+                                                                                    running{&receiver, sensor.active}
         {
             d.active = &running;
             d.mutex.unlock();

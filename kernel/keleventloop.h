@@ -114,7 +114,7 @@ private:
     std::atomic<bool> m_quit{false};
     std::atomic<bool> m_terminated{false};
     std::atomic<int> m_exitCode{0};
-    std::atomic<unsigned int> m_pass{0};   // counts the calls of processEvents()
+    std::atomic<unsigned int> m_pass{0};    // counts the calls of processEvents()
     std::atomic<bool> m_anyStranded{false}; // of the timers
     // The loop's thread only: whether the innermost loop is processEvents(), and when that began.
     bool m_inPass = false;

@@ -104,15 +104,14 @@ private:
         };
         operation.before.restore();
         bool succeeded = false;
-        const std::shared_ptr<void> object =
-            operation.run([&] { m_fileSystem.arm(fault, n, lasting); }, succeeded);
+        const std::shared_ptr<void> object = operation.run([&] { m_fileSystem.arm(fault, n, lasting); }, succeeded);
         m_fileSystem.disarm();
         const bool hit = m_fileSystem.hit();
         report.points += hit ? 1 : 0;
         report.successes += hit && succeeded ? 1 : 0;
 
         const SavedFile file = readSavedFile();
-        std::string wrong = !file.whole           ? "the file is damaged or locked"
+        std::string wrong = !file.whole          ? "the file is damaged or locked"
                             : !hit && !succeeded ? "failed without a fault"
                                                  : operation.check(succeeded, file);
         if (wrong.empty())
@@ -310,8 +309,8 @@ void leaveHotJournal(const Template& table, const Template& crashed)
     sqlite3* connection = nullptr;
     sqlite3_open(localFile, &connection);
     // Pages are written before the end of the transaction.
-    sqlite3_exec(connection, "PRAGMA cache_size=1; BEGIN; UPDATE kel SET Value=99, NameID=NameID||'x'", nullptr, nullptr,
-                 nullptr);
+    sqlite3_exec(connection, "PRAGMA cache_size=1; BEGIN; UPDATE kel SET Value=99, NameID=NameID||'x'", nullptr,
+                 nullptr, nullptr);
     sqlite3_db_cacheflush(connection);
     crashed.keep();
     sqlite3_close(connection);

@@ -145,9 +145,9 @@ int deviceCharacteristics(sqlite3_file* file)
 
 const sqlite3_io_methods methods = {
     1, // no shared memory: the library's journal is a file
-    closeFile,  readFile,   writeFile,         truncateFile, syncFile,   sizeOfFile,
-    lockFile,   unlockFile, checkReservedLock, controlFile,  sectorSize, deviceCharacteristics,
-    nullptr,    nullptr,    nullptr,           nullptr,      nullptr,    nullptr,
+    closeFile, readFile,   writeFile,         truncateFile, syncFile,   sizeOfFile,
+    lockFile,  unlockFile, checkReservedLock, controlFile,  sectorSize, deviceCharacteristics,
+    nullptr,   nullptr,    nullptr,           nullptr,      nullptr,    nullptr,
 };
 
 int openFile(sqlite3_vfs* /*fileSystem*/, const char* name, sqlite3_file* file, int flags, int* outFlags)
@@ -196,18 +196,12 @@ sqlite3_vfs& fileSystem()
 const std::vector<FaultyVfs::Fault>& FaultyVfs::faults()
 {
     static const std::vector<Fault> all{
-        {"open", Open, SQLITE_CANTOPEN},
-        {"delete", Delete, SQLITE_IOERR_DELETE},
-        {"access", Access, SQLITE_IOERR_ACCESS},
-        {"read", Read, SQLITE_IOERR_READ},
-        {"write", Write, SQLITE_IOERR_WRITE},
-        {"write on a full disk", Write, SQLITE_FULL},
-        {"short write", Write, SQLITE_FULL, true},
-        {"truncate", Truncate, SQLITE_IOERR_TRUNCATE},
-        {"sync", Sync, SQLITE_IOERR_FSYNC},
-        {"file size", FileSize, SQLITE_IOERR_FSTAT},
-        {"lock", Lock, SQLITE_IOERR_LOCK},
-        {"lock of another", Lock, SQLITE_BUSY},
+        {"open", Open, SQLITE_CANTOPEN},           {"delete", Delete, SQLITE_IOERR_DELETE},
+        {"access", Access, SQLITE_IOERR_ACCESS},   {"read", Read, SQLITE_IOERR_READ},
+        {"write", Write, SQLITE_IOERR_WRITE},      {"write on a full disk", Write, SQLITE_FULL},
+        {"short write", Write, SQLITE_FULL, true}, {"truncate", Truncate, SQLITE_IOERR_TRUNCATE},
+        {"sync", Sync, SQLITE_IOERR_FSYNC},        {"file size", FileSize, SQLITE_IOERR_FSTAT},
+        {"lock", Lock, SQLITE_IOERR_LOCK},         {"lock of another", Lock, SQLITE_BUSY},
         {"unlock", Unlock, SQLITE_IOERR_UNLOCK},
     };
     return all;

@@ -29,7 +29,7 @@ public:
     {
         const char* name;
         Operation operation;
-        int result;         ///< what SQLite is told
+        int result;          ///< what SQLite is told
         bool partly = false; ///< of a write: the first half is done
     };
 

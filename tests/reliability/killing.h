@@ -10,7 +10,7 @@ struct KillReport
 {
     unsigned int seed = 0;
     int rounds = 0;
-    long long blocks = 0;   ///< that the writers have handed to the file
+    long long blocks = 0;      ///< that the writers have handed to the file
     int withinTransaction = 0; ///< kills that left a journal to be taken back
     std::vector<std::string> failures;
 };

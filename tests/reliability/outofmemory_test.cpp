@@ -230,8 +230,7 @@ TEST_F(OutOfMemory, DeletionAndResetAreDoneOrNot)
     allOrNothing([](auto& storage) { storage.deleteData(nameOfTwo); });
     EXPECT_GT(allOrNothing([](auto& storage) { storage.deleteDataListBetween(2, 5); }), 0);
     EXPECT_GT(allOrNothing([](auto& storage) { storage.deleteDataList(3, Storage::Greater); }), 0);
-    EXPECT_GT(
-        allOrNothing([](auto& storage) { storage.deleteDataListByField("Block", {}, 4, Storage::Equal); }), 0);
+    EXPECT_GT(allOrNothing([](auto& storage) { storage.deleteDataListByField("Block", {}, 4, Storage::Equal); }), 0);
     allOrNothing([](auto& storage) { storage.reset(); });
 }
 
@@ -241,8 +240,7 @@ TEST_F(OutOfMemory, AListOperationLeavesWholeItems)
                   storage.updateValueList(std::vector<unsigned int>{1, 2, 5}, {7.5, 8.5, longText}, false);
               }),
               0);
-    EXPECT_GT(consistent([](auto& storage) { storage.updateFieldList({1, 2, 3}, "Value", {1.5, 2.5, 3.5}, true); }),
-              0);
+    EXPECT_GT(consistent([](auto& storage) { storage.updateFieldList({1, 2, 3}, "Value", {1.5, 2.5, 3.5}, true); }), 0);
     EXPECT_GT(consistent([](auto& storage) { storage.updateDataList(someItems(), false); }), 0);
     EXPECT_GT(consistent([](auto& storage) {
                   if (storage.ID("number 78 of the items with long names") == 0)
@@ -399,7 +397,10 @@ TEST_F(OutOfMemory, AWriteIsDoneAsItsResultSaysAndTheFileIsFreeAfterwards)
     const std::vector<std::pair<const char*, Write>> writes{
         {"insertDatas", [&](CkelMemoryDB& file) { return file.insertDatas(changed); }},
         {"updateDatas", [&](CkelMemoryDB& file) { return file.updateDatas(changed); }},
-        {"updateValues", [&](CkelMemoryDB& file) { return file.updateValues({1, 2}, {21.5, 22.5}); }},
+        {"updateValues",
+         [&](CkelMemoryDB& file) {
+             return file.updateValues({1, 2}, {21.5, 22.5});
+         }},
         {"insertData", [&](CkelMemoryDB& file) { return file.insertData(changed[0]) && file.insertData(changed[1]); }},
         {"updateValue", [&](CkelMemoryDB& file) { return file.updateValue(1, 21.5) && file.updateValue(2, 22.5); }},
         {"rebuild of rows", [&](CkelMemoryDB& file) { return file.rebuildMemoryDBTable(changed); }},
@@ -466,8 +467,8 @@ TEST_F(OutOfMemory, ACollectionThatFailsLosesNoChange)
         const unsigned int id = idsOf(n);
         const std::string name = "the item with the rather long name and the number ";
         EXPECT_TRUE(table.insertDatas({makeItem(id, "modified", 1)}));
-        auto storage =
-            std::make_unique<LoadedStorage>(std::vector<tagStorageData>{makeItem(id, name + "one"), makeItem(id + 2, name)});
+        auto storage = std::make_unique<LoadedStorage>(
+            std::vector<tagStorageData>{makeItem(id, name + "one"), makeItem(id + 2, name)});
         storage->updateValue(id, 7.5, false);
         storage->insertData(makeItem(id + 1, name + "two", 8.5));
         storage->deleteData(id + 2);
@@ -646,7 +647,8 @@ TEST_F(OutOfMemory, ATimerWhoseLoopRanShortTicksAgainInTheNextRunOfTheLoop)
     timer.start(1);
     walk([&](long n) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        const Attempt result = attempt(n, [&] { application.processEvents(); }, FailingAllocation::FromThenOn);
+        const Attempt result = attempt(
+            n, [&] { application.processEvents(); }, FailingAllocation::FromThenOn);
         const int before = ticks;
         std::this_thread::sleep_for(std::chrono::milliseconds(3));
         application.processEvents();

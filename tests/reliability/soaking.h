@@ -20,12 +20,12 @@ struct SoakReport
 {
     long long changes = 0;
     long long delivered = 0;
-    long long outOfOrder = 0;     ///< events lost, delivered twice or in the wrong order
-    long long longestQueue = 0;   ///< events that waited for the application's loop
-    double longestDelay = 0;      ///< seconds from a change to its row in the file
-    long long unsaved = 0;        ///< items whose last value did not reach the file
-    double kibibytes = 0;         ///< resident, at the end
-    double growth = 0;            ///< of the resident memory after warm-up: MiB an hour, by a linear fit
+    long long outOfOrder = 0;   ///< events lost, delivered twice or in the wrong order
+    long long longestQueue = 0; ///< events that waited for the application's loop
+    double longestDelay = 0;    ///< seconds from a change to its row in the file
+    long long unsaved = 0;      ///< items whose last value did not reach the file
+    double kibibytes = 0;       ///< resident, at the end
+    double growth = 0;          ///< of the resident memory after warm-up: MiB an hour, by a linear fit
     long long lookups = 0;
     double p50 = 0, p99 = 0, p9999 = 0; ///< microseconds of one lookup through the safe storage
     std::vector<std::string> failures;

@@ -64,8 +64,8 @@ TEST_F(Threads, PostWhileOthersAttachAndDetach)
     for (int number = 0; number < 2; ++number) {
         threads.emplace_back([&, number] {
             for (int i = 0; i < perThread; ++i)
-                sensor->post(new CkelAnyDataSensorEvent(number, i, CkelDataSensorEvent::AnyData,
-                                                        CkelDataSensorEvent::NoMerge));
+                sensor->post(
+                    new CkelAnyDataSensorEvent(number, i, CkelDataSensorEvent::AnyData, CkelDataSensorEvent::NoMerge));
             --running;
         });
     }

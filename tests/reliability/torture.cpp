@@ -97,8 +97,7 @@ int main(int argc, char** argv)
     try {
         const std::string kind = argc > 1 ? argv[1] : "";
         const int amount = std::stoi(argc > 2 ? argv[2] : "");
-        const auto seed =
-            argc > 3 ? static_cast<unsigned int>(std::stoul(argv[3])) : std::random_device()();
+        const auto seed = argc > 3 ? static_cast<unsigned int>(std::stoul(argv[3])) : std::random_device()();
         const WorkFolder folder;
         return torture(kind, amount, seed) ? 0 : 1;
     } catch (const std::logic_error&) { // no such kind, no such number

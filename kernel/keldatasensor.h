@@ -26,7 +26,8 @@ public:
     CkelDataSensor(const CkelDataSensor&) = delete;
     CkelDataSensor& operator=(const CkelDataSensor&) = delete;
 
-    /// Queues `event` and takes ownership. Never runs a handler and never waits for one.
+    /// Queues `event` and takes ownership. Never runs a handler and never waits for one. Without memory for it, throws
+    /// std::bad_alloc; the event is deleted then.
     ///
     /// With the merge flag, the event takes the place of the newest queued event of the same ID and sensor type,
     /// provided that one carries the flag too.

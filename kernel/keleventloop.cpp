@@ -68,7 +68,8 @@ bool CkelEventLoop::isCurrent() const
 int CkelEventLoop::exec()
 {
     const Restored inPass(m_inPass, false);
-    armStranded();
+    if (!m_terminated)
+        armStranded();
     while (!m_terminated && !m_quit.exchange(false))
         m_io.run_one();
     return m_exitCode.exchange(0);

@@ -1,0 +1,180 @@
+#include "benchmarks/check.h"
+#include "benchmarks/measure.h"
+#include "benchmarks/rows.h"
+#include "benchmarks/saving.h"
+#include "benchmarks/sqlitepeer.h"
+#include "benchmarks/world.h"
+#include "datastorage/kelmemorydatastorage.h"
+
+#include <rapidjson/document.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace KelBench {
+
+namespace {
+
+using Ombrin::CkelMemoryDataStorage;
+
+/// Without the local database that an earlier run has left; the factory's storages keep theirs open.
+void removeLocalDatabase()
+{
+    std::filesystem::remove("kelmem.db");
+}
+
+void checkLoaded(benchmark::State& state, const World& world, const CkelMemoryDataStorage& storage)
+{
+    for (const tagStorageData& item : world.items) {
+        if (!storage.queryValue(item.ID).cmp(item.Value) || storage.ID(item.NameID) != item.ID)
+            return check(state, false, "an item was loaded wrongly");
+    }
+}
+
+/// Loads a new storage for each iteration; only `load` counts.
+template <typename Clock, typename Load>
+void measureLoad(benchmark::State& state, const World& world, Load load)
+{
+    for (auto _ : state) {
+        CkelMemoryDataStorage storage;
+        measureOnce<Clock>(state, [&] { load(storage); });
+        checkLoaded(state, world, storage);
+    }
+}
+
+void readJson(benchmark::State& state, World& world)
+{
+    measureLoad<ThreadClock>(state, world,
+                             [&](CkelMemoryDataStorage& storage) { storage.readJsonFile(world.jsonPath); });
+}
+
+void readDatabase(benchmark::State& state, World& world)
+{
+    measureLoad<ThreadClock>(state, world,
+                             [&](CkelMemoryDataStorage& storage) { storage.readDBFile(world.databasePath); });
+}
+
+/// The first start in a folder: there is no kelmem.db yet.
+void firstStart(benchmark::State& state, World& world, const std::string& path)
+{
+    const AnotherFolder folder;
+    for (auto _ : state) {
+        removeLocalDatabase();
+        CkelMemoryDataStorage storage;
+        measureOnce<WallClock>(state, [&] { storage.readConfigFile(path, true); });
+        checkLoaded(state, world, storage);
+    }
+}
+
+/// Every later start: the saved values are restored.
+void restart(benchmark::State& state, World& world, const std::string& path)
+{
+    const AnotherFolder folder;
+    removeLocalDatabase();
+    CkelMemoryDataStorage().readConfigFile(path, true);
+    for (auto _ : state) {
+        CkelMemoryDataStorage storage;
+        measureOnce<WallClock>(state, [&] { storage.readConfigFile(path, true); });
+        benchmark::DoNotOptimize(storage.queryValue(world.ids[0]));
+    }
+}
+
+std::string bytesOfFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void parse(const std::string& bytes)
+{
+    rapidjson::Document document;
+    document.Parse(bytes.c_str());
+    benchmark::DoNotOptimize(document.IsObject());
+}
+
+void bareParse(benchmark::State& state, World& world)
+{
+    const std::string bytes = bytesOfFile(world.jsonPath);
+    for (auto _ : state) {
+        rapidjson::Document document;
+        measureOnce<ThreadClock>(state, [&] { document.Parse(bytes.c_str()); });
+        check(state, document.IsObject() && document["kel"].Size() == world.size(), "RapidJSON reads something else");
+    }
+}
+
+void stepRows(const std::string& path, const char* sql)
+{
+    const Connection database(path);
+    const Statement select(database, sql);
+    const int columns = sqlite3_column_count(select);
+    while (sqlite3_step(select) == SQLITE_ROW) {
+        for (int column = 0; column < columns; ++column)
+            readColumn(select, column);
+    }
+}
+
+void bareRows(benchmark::State& state, World& world)
+{
+    for (auto _ : state)
+        measureOnce<ThreadClock>(state, [&] { stepRows(world.databasePath, "SELECT * FROM kel"); });
+}
+
+/// Reads the same, then makes the same local database, both barely.
+template <typename Read>
+void bareFirstStart(benchmark::State& state, const std::vector<tagStorageData>& saved, Read read)
+{
+    const AnotherFolder folder;
+    for (auto _ : state) {
+        removeLocalDatabase();
+        measureOnce<WallClock>(state, [&] {
+            read();
+            const Connection database("kelmem.db");
+            bareRebuild(database, saved);
+        });
+    }
+}
+
+template <typename Read>
+void bareRestart(benchmark::State& state, const std::vector<tagStorageData>& saved, Read read)
+{
+    const AnotherFolder folder;
+    removeLocalDatabase();
+    bareRebuild(Connection("kelmem.db"), saved);
+    for (auto _ : state) {
+        measureOnce<WallClock>(state, [&] {
+            read();
+            stepRows("kelmem.db", "SELECT * FROM kel ;");
+        });
+    }
+}
+
+} // namespace
+
+void registerLoading(World& world)
+{
+    const std::string json = std::filesystem::absolute(world.jsonPath);
+    const std::string database = std::filesystem::absolute(world.databasePath);
+    const auto timed = [&](const std::string& name, auto function) { addRow(name, world, function)->UseManualTime(); };
+
+    timed("read_json/library", readJson);
+    timed("read_json/limit", bareParse);
+    timed("read_database/library", readDatabase);
+    timed("read_database/limit", bareRows);
+
+    timed("first_json/library", [=](benchmark::State& state, World& shared) { firstStart(state, shared, json); });
+    timed("first_json/limit", [=](benchmark::State& state, World& shared) {
+        bareFirstStart(state, shared.items, [&] { parse(bytesOfFile(json)); });
+    });
+    timed("restart_json/library", [=](benchmark::State& state, World& shared) { restart(state, shared, json); });
+    timed("restart_json/limit", [=](benchmark::State& state, World& shared) {
+        bareRestart(state, shared.items, [&] { parse(bytesOfFile(json)); });
+    });
+    timed("first_database/library",
+          [=](benchmark::State& state, World& shared) { firstStart(state, shared, database); });
+    timed("first_database/limit", [=](benchmark::State& state, World&) {
+        bareFirstStart(state, {}, [&] { stepRows(database, "SELECT * FROM kel"); });
+    });
+}
+
+} // namespace KelBench

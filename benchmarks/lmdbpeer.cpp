@@ -77,10 +77,20 @@ void queryByID(benchmark::State& state, const World& world)
     check(state, found, "LMDB misses an item");
 }
 
+std::string versionNumber()
+{
+    int major = 0;
+    int minor = 0;
+    int patch = 0;
+    mdb_version(&major, &minor, &patch);
+    return std::to_string(major) + '.' + std::to_string(minor) + '.' + std::to_string(patch);
+}
+
 } // namespace
 
 void registerLmdb(World& world)
 {
+    benchmark::AddCustomContext("lmdb", versionNumber());
     addRow("query_id/LMDB", world, queryByID);
 }
 

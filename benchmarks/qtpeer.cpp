@@ -187,7 +187,7 @@ void updateMerged(benchmark::State& state, const World& world)
     requireApplication();
     QtWorld& qt = QtWorld::of(world);
     MergingReceiver receiver;
-    const quint32 id = world.ids[0];
+    const quint32 id = world.numberID();
     qulonglong number = 0;
     std::int64_t turns = 0;
     while (state.KeepRunningBatch(batchSize)) {
@@ -200,7 +200,7 @@ void updateMerged(benchmark::State& state, const World& world)
         ++turns;
     }
     check(state, receiver.count == turns, "Qt merges otherwise");
-    *qt.byID.find(id) = qt.same[0].value;
+    *qt.byID.find(id) = qVariant(world.storage->queryValue(id));
 }
 
 void updateUnmerged(benchmark::State& state, const World& world)
@@ -208,7 +208,7 @@ void updateUnmerged(benchmark::State& state, const World& world)
     requireApplication();
     QtWorld& qt = QtWorld::of(world);
     Receiver receiver;
-    const quint32 id = world.ids[0];
+    const quint32 id = world.numberID();
     qulonglong number = 0;
     while (state.KeepRunningBatch(batchSize)) {
         for (std::size_t i = 0; i < batchSize; ++i) {
@@ -219,7 +219,7 @@ void updateUnmerged(benchmark::State& state, const World& world)
         QCoreApplication::sendPostedEvents();
     }
     check(state, receiver.count == state.iterations() && receiver.last == id, "Qt delivers otherwise");
-    *qt.byID.find(id) = qt.same[0].value;
+    *qt.byID.find(id) = qVariant(world.storage->queryValue(id));
 }
 
 /// The same content, without the spare slots, under both keys; the names are shared, as Qt does by itself.

@@ -54,28 +54,19 @@ private:
     int m_output = -1;
 };
 
-/// Not a text: a text comes back from kelmem.db as a number.
-std::size_t firstNumber(const World& world)
-{
-    std::size_t position = world.size() / 2;
-    while (world.items[position].Value.type() == CkelVariant::String)
-        ++position;
-    return position;
-}
-
 void firstValue(benchmark::State& state, World& world, const std::string& dictionary, bool again)
 {
     const AnotherFolder folder;
-    const tagStorageData& item = world.items[firstNumber(world)];
+    const unsigned int id = world.numberID(); // a text would come back from kelmem.db as a number
     for (auto _ : state) {
         if (!again)
             std::filesystem::remove("kelmem.db");
         std::string line;
         const double begin = WallClock::now();
-        const Child child(dictionary, std::to_string(item.ID));
+        const Child child(dictionary, std::to_string(id));
         line = child.firstLine();
         state.SetIterationTime(WallClock::now() - begin);
-        check(state, line == item.Value.toStdString(), "the first value is wrong");
+        check(state, line == world.storage->queryValue(id).toStdString(), "the first value is wrong");
     }
 }
 

@@ -143,7 +143,7 @@ void updateOne(benchmark::State& state, World& world, bool merge)
 {
     world.restore();
     Listener listener;
-    const unsigned int id = world.ids[0];
+    const unsigned int id = world.numberID();
     long long value = 0;
     std::int64_t turns = 0;
     while (state.KeepRunningBatch(batchSize)) {
@@ -162,7 +162,7 @@ void updateOne(benchmark::State& state, World& world, bool merge)
 void deliverOne(benchmark::State& state, World& world, bool merge)
 {
     Listener listener;
-    const unsigned int id = world.ids[0];
+    const unsigned int id = world.numberID();
     long long value = 0;
     for (auto _ : state) {
         for (std::size_t i = 0; i < batchSize; ++i)

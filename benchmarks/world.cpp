@@ -5,6 +5,8 @@
 #include "benchmarks/sqlitepeer.h"
 #include "datastorage/keldatastoragefactory.h"
 
+#include <algorithm>
+
 namespace KelBench {
 
 namespace {
@@ -53,6 +55,12 @@ World::World(std::size_t size) : items(makeItems(size)), order(shuffledPositions
         bareItems.try_emplace(item.ID, item);
         bareNames.try_emplace(item.NameID, item.ID);
     }
+}
+
+unsigned int World::numberID() const
+{
+    const auto isNumber = [](const tagStorageData& item) { return item.Value.type() != CkelVariant::String; };
+    return std::find_if(items.begin(), items.end(), isNumber)->ID;
 }
 
 void World::restore()

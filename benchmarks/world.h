@@ -29,6 +29,9 @@ public:
     std::size_t size() const { return items.size(); }
     const tagStorageData& item(std::size_t position) const { return items[order[position]]; }
 
+    /// An item that holds no text.
+    unsigned int numberID() const;
+
     const std::vector<tagStorageData> items;
     const std::vector<std::size_t> order;
     std::vector<unsigned int> ids; // in that order, like the following

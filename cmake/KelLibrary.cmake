@@ -26,6 +26,8 @@ function(kel_add_library name)
   add_library(${objects} OBJECT ${arg_SOURCES} ${arg_HEADERS})
   kel_compile_settings(${objects})
   set_target_properties(${objects} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  # Calls inside a library go straight to its own functions: nobody puts others in their place.
+  target_compile_options(${objects} PRIVATE -fno-semantic-interposition)
   target_include_directories(${objects} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${objects} PRIVATE ${arg_PRIVATE_LINK})
 
@@ -46,7 +48,7 @@ function(kel_add_library name)
   set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
   set_property(TARGET kel_${name} APPEND PROPERTY LINK_DEPENDS ${exports})
   target_link_options(kel_${name} PRIVATE
-    -Wl,--no-undefined-version -Wl,--as-needed -Wl,--version-script=${exports})
+    -Wl,--no-undefined-version -Wl,--as-needed -Wl,-Bsymbolic-functions -Wl,--version-script=${exports})
 
   if(KEL_INSTALL)
     install(TARGETS kel_${name} EXPORT kel_datastorageTargets

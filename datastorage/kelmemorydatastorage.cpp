@@ -95,6 +95,34 @@ std::uint8_t lowByte(const CkelVariant& value)
     return static_cast<std::uint8_t>(value.toUInt());
 }
 
+/// Invalid for the codes that have none.
+CkelVariant::Type storedForm(unsigned int valueType)
+{
+    switch (valueType) {
+    case ValueTypeInteger1:
+    case ValueTypeInteger2:
+    case ValueTypeInteger3:
+    case ValueTypeInteger4:
+    case ValueTypeInteger5:
+    case ValueTypeInteger6:
+    case ValueTypeInteger7:
+    case ValueTypeInteger11:
+    case ValueTypeInteger12:
+    case ValueTypeInteger14:
+        return CkelVariant::LongLong;
+    case ValueTypeReal8:
+    case ValueTypeReal9:
+        return CkelVariant::Double;
+    case ValueTypeText:
+        return CkelVariant::String;
+    case ValueTypeUnsigned13:
+    case ValueTypeUnsigned16:
+        return CkelVariant::ULongLong;
+    default:
+        return CkelVariant::Invalid;
+    }
+}
+
 bool readRow(const CkelSqliteVariantVector& row, tagStorageData& record)
 {
     record.ID = row.toValue<unsigned int>(0);
@@ -627,28 +655,20 @@ void CkelMemoryDataStorage::pushDeleted()
 
 CkelVariant CkelMemoryDataStorage::toStoreValue(unsigned int valueType, const CkelVariant& value) const
 {
-    switch (valueType) {
-    case ValueTypeInteger1:
-    case ValueTypeInteger2:
-    case ValueTypeInteger3:
-    case ValueTypeInteger4:
-    case ValueTypeInteger5:
-    case ValueTypeInteger6:
-    case ValueTypeInteger7:
-    case ValueTypeInteger11:
-    case ValueTypeInteger12:
-    case ValueTypeInteger14:
-        return value.canConvert(CkelVariant::LongLong) ? CkelVariant(value.toLongLong()) : CkelVariant();
-    case ValueTypeReal8:
-    case ValueTypeReal9:
-        return value.canConvert(CkelVariant::Double) ? CkelVariant(value.toDouble()) : CkelVariant();
-    case ValueTypeText:
-        return value.canConvert(CkelVariant::String) ? CkelVariant(value.toStdString()) : CkelVariant();
-    case ValueTypeUnsigned13:
-    case ValueTypeUnsigned16:
-        return value.canConvert(CkelVariant::ULongLong) ? CkelVariant(value.toULongLong()) : CkelVariant();
-    default:
+    const CkelVariant::Type form = storedForm(valueType);
+    if (value.type() == form)
+        return value;
+    if (!value.canConvert(form))
         return {};
+    switch (form) {
+    case CkelVariant::LongLong:
+        return value.toLongLong();
+    case CkelVariant::ULongLong:
+        return value.toULongLong();
+    case CkelVariant::Double:
+        return value.toDouble();
+    default:
+        return value.toStdString();
     }
 }
 

@@ -39,9 +39,11 @@ std::uint8_t lowByte(const rapidjson::Value& number)
     return static_cast<std::uint8_t>(number.GetUint());
 }
 
-bool is(const rapidjson::Value& key, const char* name)
+/// The size is known where this is called, so that most keys are told apart by their lengths alone.
+template <std::size_t size>
+bool is(const std::string_view& key, const char (&name)[size])
 {
-    return key == rapidjson::StringRef(name);
+    return key.size() == size - 1 && std::char_traits<char>::compare(key.data(), name, size - 1) == 0;
 }
 
 } // namespace
@@ -84,7 +86,7 @@ tagStorageData& CkelParseDBJson::deepParse(const rapidjson::Value& item, unsigne
 {
     m_data.ID = 0;
     for (const auto& member : item.GetObject()) {
-        const rapidjson::Value& key = member.name;
+        const std::string_view key(member.name.GetString(), member.name.GetStringLength());
         const rapidjson::Value& value = member.value;
         if (is(key, "Value"))
             setValue(value, m_data.Value);

@@ -57,9 +57,9 @@ CkelVariant textOf(sqlite3_stmt* row, int index)
     return std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(row, index)));
 }
 
-CkelVariant columnOf(sqlite3_stmt* row, int index)
+CkelVariant columnOf(sqlite3_stmt* row, int index, int type)
 {
-    switch (sqlite3_column_type(row, index)) {
+    switch (type) {
     case SQLITE_INTEGER:
         return static_cast<long long>(sqlite3_column_int64(row, index));
     case SQLITE_FLOAT:
@@ -77,10 +77,9 @@ void CkelSqliteVariantVector::read(sqlite3_stmt* row)
 {
     const int columns = sqlite3_column_count(row);
     m_columns.clear();
-    m_blobs.clear();
     for (int index = 0; index < columns; ++index) {
-        m_columns.push_back(columnOf(row, index));
-        m_blobs.push_back(sqlite3_column_type(row, index) == SQLITE_BLOB);
+        const int type = sqlite3_column_type(row, index);
+        m_columns.push_back({columnOf(row, index, type), type == SQLITE_BLOB});
     }
 }
 
@@ -89,10 +88,10 @@ const CkelVariant& CkelSqliteVariantVector::column(int index) const
     // The text is the one that those who read logs of this check know; the range tested is the real one.
     if (index < 0 || index >= count())
         failCheck("index>=0||index<count()", __FILE__, __LINE__, static_cast<const char*>(__func__));
-    const auto position = static_cast<std::size_t>(index);
-    if (m_blobs[position])
+    const Column& column = m_columns[static_cast<std::size_t>(index)];
+    if (column.isBlob)
         std::cout << "current type is " << SQLITE_BLOB << " is not defined. " << std::endl;
-    return m_columns[position];
+    return column.value;
 }
 
 template <typename T>

@@ -33,10 +33,15 @@ public:
     void read(sqlite3_stmt* row);
 
 private:
+    struct Column
+    {
+        CkelVariant value; // LongLong, Double or String; Invalid for NULL and blobs
+        bool isBlob;
+    };
+
     const CkelVariant& column(int index) const;
 
-    std::vector<CkelVariant> m_columns; // LongLong, Double or String; Invalid for NULL and blobs
-    std::vector<bool> m_blobs;
+    std::vector<Column> m_columns;
 };
 
 extern template KEL_EXPORT unsigned int CkelSqliteVariantVector::toValue(int index) const;

@@ -160,6 +160,7 @@ void CkelMemoryDataStorage::Indexes::add(const tagStorageData& record)
 {
     ids.try_emplace(record.ID, record);
     names.try_emplace(record.NameID, record.ID);
+    anyDeleted = anyDeleted || record.Dirty == DirtyDeleted;
 }
 
 void CkelMemoryDataStorage::adopt(Indexes&& indexes)
@@ -171,6 +172,7 @@ void CkelMemoryDataStorage::adopt(Indexes&& indexes)
     }
     m_idMap->swap(indexes.ids);
     m_nameMap->swap(indexes.names);
+    m_anyDeleted = indexes.anyDeleted;
 }
 
 void CkelMemoryDataStorage::indexRecords(const std::vector<tagStorageData>& records)
@@ -193,10 +195,15 @@ tagStorageData* CkelMemoryDataStorage::find(unsigned int id) const
     return item != m_idMap->end() ? &item->second : nullptr;
 }
 
+bool CkelMemoryDataStorage::isLive(const tagStorageData& item) const
+{
+    return !m_anyDeleted || item.Dirty != DirtyDeleted;
+}
+
 tagStorageData* CkelMemoryDataStorage::findLive(unsigned int id) const
 {
     tagStorageData* const item = find(id);
-    return item && item->Dirty != DirtyDeleted ? item : nullptr;
+    return item && isLive(*item) ? item : nullptr;
 }
 
 const tagStorageData* CkelMemoryDataStorage::findLive(const std::string& nameID) const
@@ -209,7 +216,7 @@ const tagStorageData* CkelMemoryDataStorage::findLive(const std::string& nameID)
     const tagStorageData* const item = find(name->second);
     if (!item)
         throw std::out_of_range("_Map_base::at");
-    return item->Dirty != DirtyDeleted ? item : nullptr;
+    return isLive(*item) ? item : nullptr;
 }
 
 /// What a query by name answers for: a name that leads nowhere means ID 0, under which a damaged local database may
@@ -463,8 +470,10 @@ void CkelMemoryDataStorage::deleteData(unsigned int id)
 {
     if (id == 0)
         return;
-    if (tagStorageData* const item = find(id))
+    if (tagStorageData* const item = find(id)) {
         item->Dirty = DirtyDeleted;
+        m_anyDeleted = true;
+    }
 }
 
 void CkelMemoryDataStorage::deleteData(const std::string& nameID)
@@ -501,8 +510,7 @@ std::vector<unsigned int> CkelMemoryDataStorage::select(Test test) const
 
 std::vector<unsigned int> CkelMemoryDataStorage::validID(unsigned int first, unsigned int last) const
 {
-    return select(
-        [=](const tagStorageData& item) { return item.Dirty != DirtyDeleted && first <= item.ID && item.ID < last; });
+    return select([=](const tagStorageData& item) { return first <= item.ID && item.ID < last && isLive(item); });
 }
 
 std::vector<unsigned int> CkelMemoryDataStorage::validID(unsigned int id, Operator op) const
@@ -510,15 +518,14 @@ std::vector<unsigned int> CkelMemoryDataStorage::validID(unsigned int id, Operat
     if (op == Equal && m_idMap)
         return {id}; // not looked up: the list operation that follows has an answer for every ID
     return withComparison(op, [&](auto compare) {
-        return select([=](const tagStorageData& item) { return item.Dirty != DirtyDeleted && compare(item.ID, id); });
+        return select([=](const tagStorageData& item) { return compare(item.ID, id) && isLive(item); });
     });
 }
 
 std::vector<unsigned int> CkelMemoryDataStorage::validIDByBlock(unsigned int block, Operator op) const
 {
     return withComparison(op, [&](auto compare) {
-        return select(
-            [=](const tagStorageData& item) { return item.Dirty != DirtyDeleted && compare(item.Block, block); });
+        return select([=](const tagStorageData& item) { return compare(item.Block, block) && isLive(item); });
     });
 }
 
@@ -637,9 +644,13 @@ void CkelMemoryDataStorage::pushMarked(DirtyMark mark, int blockKind)
 
 void CkelMemoryDataStorage::pushDeleted()
 {
-    const std::vector<unsigned int> ids = validIDByDirty(DirtyDeleted, Equal);
-    if (ids.empty())
+    if (!m_anyDeleted)
         return;
+    const std::vector<unsigned int> ids = validIDByDirty(DirtyDeleted, Equal);
+    if (ids.empty()) {
+        m_anyDeleted = false; // those that were have been revived
+        return;
+    }
     std::vector<tagStorageData> records(ids.size());
     for (std::size_t i = 0; i < ids.size(); ++i)
         records[i].ID = ids[i];
@@ -649,6 +660,7 @@ void CkelMemoryDataStorage::pushDeleted()
     // Several names may lead to one item, and a name may lead to another item than the one that bears it.
     for (auto name = m_nameMap->begin(); name != m_nameMap->end();)
         name = m_idMap->count(name->second) != 0 ? std::next(name) : m_nameMap->erase(name);
+    m_anyDeleted = false;
 }
 
 // Updates
@@ -774,6 +786,7 @@ void CkelMemoryDataStorage::reset()
         item.Value = item.DefValue;
         item.Dirty = DirtyModified;
     }
+    m_anyDeleted = false;
 }
 
 // Updates of one field
@@ -866,8 +879,10 @@ void CkelMemoryDataStorage::updateMinValue(unsigned int id, const CkelVariant& v
 void CkelMemoryDataStorage::updateDirty(unsigned int id, const CkelVariant& value)
 {
     tagStorageData* const item = value.isNull() ? nullptr : find(id);
-    if (item)
-        item->Dirty = lowByte(value);
+    if (!item)
+        return;
+    item->Dirty = lowByte(value);
+    m_anyDeleted = m_anyDeleted || item->Dirty == DirtyDeleted;
 }
 
 } // namespace Ombrin

@@ -181,6 +181,7 @@ private:
     {
         IDMap ids;
         NameMap names;
+        bool anyDeleted = false;
 
         void add(const tagStorageData& record);
     };
@@ -194,6 +195,7 @@ private:
     void pushMarked(DirtyMark mark, int blockKind);
     void pushDeleted();
 
+    bool isLive(const tagStorageData& item) const;
     tagStorageData* find(unsigned int id) const;
     tagStorageData* findLive(unsigned int id) const;
     const tagStorageData* findLive(const std::string& nameID) const;
@@ -213,6 +215,8 @@ private:
 
     std::unique_ptr<IDMap> m_idMap;
     std::unique_ptr<NameMap> m_nameMap;
+    // False while no item can be marked deleted: lookups then need not look at marks, which lie apart from the values.
+    bool m_anyDeleted = false;
     std::vector<tagStorageData> m_loadedData;
     CkelMutex m_mutex;
     std::unique_ptr<CkelMemoryDB> m_memoryDB;

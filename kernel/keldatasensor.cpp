@@ -92,7 +92,7 @@ struct Delivery
 {
     explicit Delivery(EventPtr delivered) : event(std::move(delivered)) {}
 
-    const EventPtr event;
+    EventPtr event;
     std::size_t next = 0;           // of the listeners
     std::optional<std::size_t> end; // set by the first step: who attaches later waits for the next event
 };
@@ -114,7 +114,7 @@ struct CkelDataSensor::Private
     void wakeLoop() KEL_REQUIRES(mutex);
     void deliverPending();
     void deliverBatch();
-    void deliver(Delivery& delivery);
+    void deliver(Delivery& delivery, std::vector<EventPtr>& finished) KEL_REQUIRES(mutex);
     CkelObject* nextListener(Delivery& delivery) KEL_REQUIRES(mutex);
     bool isActive(const CkelObject* object) const KEL_REQUIRES(mutex);
     void removeDetached() KEL_REQUIRES(mutex);
@@ -234,6 +234,7 @@ void CkelDataSensor::Private::wakeLoop()
 void CkelDataSensor::Private::deliverPending()
 {
     {
+        std::vector<EventPtr> finished;
         const CkelMutexLocker lock(mutex);
         wakePending = false;
         deliveringThread = std::this_thread::get_id();
@@ -241,21 +242,26 @@ void CkelDataSensor::Private::deliverPending()
         batch.erase(batch.begin(), batch.begin() + static_cast<std::ptrdiff_t>(batchNext));
         batchNext = 0;
         queue.take(batch);
+        if (current)
+            deliver(*current, finished);
     }
-    if (current)
-        deliver(*current);
     deliverBatch();
 }
 
 void CkelDataSensor::Private::deliverBatch()
 {
     Delivery* const outer = current;
+    // Both outlive the lock: no event is destroyed under it.
+    std::vector<EventPtr> finished;
+    std::optional<Delivery> delivery;
     try {
+        const CkelMutexLocker lock(mutex);
         while (batchNext < batch.size()) {
-            Delivery delivery(std::move(batch[batchNext++]));
-            current = &delivery;
-            deliver(delivery);
+            delivery.emplace(std::move(batch[batchNext++]));
+            current = &*delivery;
+            deliver(*delivery, finished);
             current = outer;
+            finished.push_back(std::move(delivery->event));
         }
     } catch (...) {
         current = outer;
@@ -266,7 +272,8 @@ void CkelDataSensor::Private::deliverBatch()
     }
 }
 
-void CkelDataSensor::Private::deliver(Delivery& delivery)
+/// Takes `delivery` through its listeners. Destroys `finished` once the lock is free.
+void CkelDataSensor::Private::deliver(Delivery& delivery, std::vector<EventPtr>& finished)
 {
     /// Notes whose handler runs, and lets go of the lock meanwhile.
     struct Handler
@@ -288,11 +295,11 @@ void CkelDataSensor::Private::deliver(Delivery& delivery)
         RunningHandler running;
     };
 
-    const CkelMutexLocker lock(mutex);
     if (!delivery.end)
         delivery.end = listeners.size();
     while (CkelObject* const receiver = nextListener(delivery)) {
         const Handler running(*this, *receiver);
+        finished.clear();
         CkelObject::deliver(*receiver, *delivery.event);
     }
     removeDetached();

@@ -88,8 +88,6 @@ def amount(entry, unit):
 
 
 def written(value, unit):
-    if unit == "bytes":
-        return f"{value:,.0f} B"
     if unit != "time":
         return f"{value:,.0f} B"
     for limit, scale, name in ((1e3, 1, "ns"), (1e6, 1e3, "µs"), (1e9, 1e6, "ms")):
@@ -151,8 +149,9 @@ def table(results):
 
 def growth(results):
     """Whether loading is linear: time per item at the largest size over that at the smallest."""
-    yield "| loading, time per item | " + " | ".join(f"{size:,} items" for size in ALL) + " | growth | growth of the limit |"
-    yield "|---|--:|--:|--:|--:|--:|"
+    yield ("| loading, time per item | " + " | ".join(f"{size:,} items" for size in ALL) +
+           " | growth | of the limit | linear: growth ≤ 2 |")
+    yield "|---|--:|--:|--:|--:|--:|---|"
     for key in ("read_json", "read_database", "first_json", "restart_json"):
         rows = {r.size: r for r in results if r.row.key == key}
         if set(rows) != set(ALL):
@@ -160,14 +159,18 @@ def growth(results):
         each = [rows[size].ours / size for size in ALL]
         base = [rows[size].base / size for size in ALL]
         yield (f"| {rows[SMALL].row.title} | " + " | ".join(written(t, "time") for t in each) +
-               f" | {each[-1] / each[0]:.2f} × | {base[-1] / base[0]:.2f} × |")
+               f" | {each[-1] / each[0]:.2f} × | {base[-1] / base[0]:.2f} × | {met_text(each[-1] / each[0] <= 2)} |")
+
+
+def file_text(path):
+    try:
+        return pathlib.Path(path).read_text(encoding="utf-8")
+    except OSError:
+        return ""
 
 
 def file_field(path, pattern, default="unknown"):
-    try:
-        found = re.search(pattern, pathlib.Path(path).read_text(encoding="utf-8"), re.M)
-    except OSError:
-        return default
+    found = re.search(pattern, file_text(path), re.M)
     return found.group(1) if found else default
 
 
@@ -178,8 +181,9 @@ def machine(contexts):
     system = file_field("/etc/os-release", r'^PRETTY_NAME="(.*)"$')
     peers = "".join(f", {name} {context[key]}" for key, name in (("qt", "Qt"), ("lmdb", "LMDB")) if key in context)
     loads = ", ".join(f"{c['load_avg'][0]:.1f}" for c in contexts if c.get("load_avg"))
-    return (f"Measured on {context['date'][:10]}: {context['num_cpus']} cores ({processor}, a virtual machine's where it "
-            f"says no more), {memory:.0f} GiB of memory, {system}, g++ {context['compiler']} with `-O2 -DNDEBUG`, "
+    virtual = " of a virtual machine" if re.search(r"\bhypervisor\b", file_text("/proc/cpuinfo")) else ""
+    return (f"Measured on {context['date'][:10]}: {context['num_cpus']} cores{virtual} ({processor}), "
+            f"{memory:.0f} GiB of memory, {system}, g++ {context['compiler']} with `-O2 -DNDEBUG`, "
             f"SQLite {context['sqlite']}{peers}. Load of the machine before each part of the run: {loads}.")
 
 

@@ -4,6 +4,7 @@
 #include "datastorage/kelmemorydb.h"
 #include "datastorage/kelparsedbjson.h"
 #include "datastorage/kelrowvalues.h"
+#include "datastorage/kelstoredform.h"
 #include "kernel/kelapplicationplus.h"
 #include "kernel/keldatasensor.h"
 #include "kernel/kelevent.h"
@@ -93,46 +94,6 @@ CkelVariant fieldOf(const tagStorageData& record, const std::string& field)
 std::uint8_t lowByte(const CkelVariant& value)
 {
     return static_cast<std::uint8_t>(value.toUInt());
-}
-
-/// Invalid for the codes that have none.
-CkelVariant::Type storedForm(unsigned int valueType)
-{
-    switch (valueType) {
-    case ValueTypeInteger1:
-    case ValueTypeInteger2:
-    case ValueTypeInteger3:
-    case ValueTypeInteger4:
-    case ValueTypeInteger5:
-    case ValueTypeInteger6:
-    case ValueTypeInteger7:
-    case ValueTypeInteger11:
-    case ValueTypeInteger12:
-    case ValueTypeInteger14:
-        return CkelVariant::LongLong;
-    case ValueTypeReal8:
-    case ValueTypeReal9:
-        return CkelVariant::Double;
-    case ValueTypeText:
-        return CkelVariant::String;
-    case ValueTypeUnsigned13:
-    case ValueTypeUnsigned16:
-        return CkelVariant::ULongLong;
-    default:
-        return CkelVariant::Invalid;
-    }
-}
-
-bool readRow(const CkelSqliteVariantVector& row, tagStorageData& record)
-{
-    record.ID = row.toValue<unsigned int>(0);
-    record.NameID = row.toValue<std::string>(1);
-    record.CommSource = byteOf(row, 2);
-    record.DBSource = byteOf(row, 3);
-    record.RW = byteOf(row, 4);
-    record.Block = byteOf(row, 5);
-    record.ValueT = byteOf(row, 6);
-    return readValues(row, 7, false, record);
 }
 
 } // namespace
@@ -273,7 +234,7 @@ bool CkelMemoryDataStorage::readDBFile(const std::string& path)
     bool anyRow = false;
     const bool complete = database.forEachRow("SELECT * FROM kel", [&](const CkelSqliteVariantVector& row) {
         anyRow = true;
-        if (!readRow(row, record))
+        if (!readConfigurationRow(row, record))
             unknown.emplace_back(record.ID, record.ValueT);
         else if (record.ID != 0)
             indexes.add(record);
@@ -667,21 +628,7 @@ void CkelMemoryDataStorage::pushDeleted()
 
 CkelVariant CkelMemoryDataStorage::toStoreValue(unsigned int valueType, const CkelVariant& value) const
 {
-    const CkelVariant::Type form = storedForm(valueType);
-    if (value.type() == form)
-        return value;
-    if (!value.canConvert(form))
-        return {};
-    switch (form) {
-    case CkelVariant::LongLong:
-        return value.toLongLong();
-    case CkelVariant::ULongLong:
-        return value.toULongLong();
-    case CkelVariant::Double:
-        return value.toDouble();
-    default:
-        return value.toStdString();
-    }
+    return storedForm(valueType, value);
 }
 
 /// Stores and announces the value, or throws and does neither.

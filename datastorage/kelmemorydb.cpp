@@ -486,13 +486,7 @@ std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
         return m_loadedList;
     m_loadComplete = m_database.forEachRow(tableOperator().selectText(), [this](const CkelSqliteVariantVector& row) {
         tagStorageData record{};
-        record.ID = row.toValue<unsigned int>(0);
-        record.NameID = row.toValue<std::string>(1);
-        record.CommSource = byteOf(row, 2);
-        record.RW = byteOf(row, 3);
-        record.Block = byteOf(row, 4);
-        record.ValueT = byteOf(row, 5);
-        if (readValues(row, 6, true, record))
+        if (readSavedRow(row, record))
             m_loadedList.push_back(std::move(record));
         else
             std::cout << "CkelMemoryDB::loadMemoryDB( id= " << record.ID << " ) : Unknown Type " << int{record.ValueT}

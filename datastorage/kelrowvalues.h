@@ -1,5 +1,5 @@
 #pragma once
-// Private to datastorage/: not installed.
+// Private to this project: not installed.
 
 #include "database/kelsqlitevariantvector.h"
 #include "datastorage/kelstoragedata.h"
@@ -51,6 +51,32 @@ inline bool readValues(const CkelSqliteVariantVector& row, int firstColumn, bool
     default:
         return false;
     }
+}
+
+/// Fills the record from a row of a configuration database, by position. What a row does not give (the bounds of texts,
+/// the values of an unknown type) keeps what the record held. False for an unknown value type.
+inline bool readConfigurationRow(const CkelSqliteVariantVector& row, tagStorageData& record)
+{
+    record.ID = row.toValue<unsigned int>(0);
+    record.NameID = row.toValue<std::string>(1);
+    record.CommSource = byteOf(row, 2);
+    record.DBSource = byteOf(row, 3);
+    record.RW = byteOf(row, 4);
+    record.Block = byteOf(row, 5);
+    record.ValueT = byteOf(row, 6);
+    return readValues(row, 7, false, record);
+}
+
+/// Fills the record from a row of the local database, by position. False for an unknown value type.
+inline bool readSavedRow(const CkelSqliteVariantVector& row, tagStorageData& record)
+{
+    record.ID = row.toValue<unsigned int>(0);
+    record.NameID = row.toValue<std::string>(1);
+    record.CommSource = byteOf(row, 2);
+    record.RW = byteOf(row, 3);
+    record.Block = byteOf(row, 4);
+    record.ValueT = byteOf(row, 5);
+    return readValues(row, 6, true, record);
 }
 
 } // namespace Ombrin

@@ -1,0 +1,220 @@
+#include "database.h"
+
+#include "failure.h"
+#include "quietoutput.h"
+
+#include "database/kelsqlitestatement.h"
+
+#include <sqlite3.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <string_view>
+#include <system_error>
+
+#include <strings.h> // strcasecmp: NOLINT(modernize-deprecated-headers) POSIX, not C++
+
+namespace Keldict {
+
+namespace fs = std::filesystem;
+using Ombrin::CkelSqliteStatement;
+
+namespace {
+
+constexpr int patience = 5000; // milliseconds that a writer on the device may take
+constexpr const char* rowsText = "SELECT * FROM kel";
+
+/// The path as an URI that asks for reading only; SQLite refuses to make or to change the file then.
+std::string readOnlyUri(const std::string& path)
+{
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string uri = "file:";
+    for (const char c : fs::absolute(path).string()) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '%' || c == '?' || c == '#' || byte < 0x21 || byte > 0x7E)
+            uri.append({'%', digits[byte >> 4U], digits[byte & 0xFU]});
+        else
+            uri += c;
+    }
+    return uri + "?mode=ro";
+}
+
+/// Whether the file keeps a write-ahead log. Even reading it would make files beside it.
+bool keepsLog(const std::string& path)
+{
+    constexpr std::streamoff formatOffset = 18;
+    std::ifstream file(path, std::ios::binary);
+    file.seekg(formatOffset);
+    return file.get() == 2;
+}
+
+bool isThere(const fs::path& path)
+{
+    std::error_code error;
+    return fs::file_size(path, error) > 0 && !error;
+}
+
+void copyFile(const fs::path& from, const fs::path& to)
+{
+    std::error_code error;
+    fs::copy_file(from, to, error);
+    if (error)
+        throw Failure(Unreadable, from.string() + ": " + error.message());
+    fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, error); // whatever the original's are
+}
+
+void writeBytes(const fs::path& path, const std::string& bytes)
+{
+    std::ofstream file(path, std::ios::binary);
+    file << bytes;
+    file.close();
+    if (!file)
+        throw Failure(Unreadable, path.string() + ": cannot be written");
+}
+
+/// Nothing that the file's schema says is run but what SQLite itself knows to be harmless.
+void distrust(sqlite3* connection)
+{
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+}
+
+std::string textOf(sqlite3_stmt* row, int index)
+{
+    const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(row, index));
+    return text ? text : "";
+}
+
+} // namespace
+
+PrivateFolder::PrivateFolder()
+{
+    std::string name = (fs::temp_directory_path() / "keldict-XXXXXX").string();
+    if (!mkdtemp(name.data()))
+        throw Failure(Unreadable, "no temporary folder: " + std::generic_category().message(errno));
+    m_path = name;
+}
+
+PrivateFolder::~PrivateFolder()
+{
+    std::error_code ignored;
+    fs::remove_all(m_path, ignored);
+}
+
+void Database::Closer::operator()(sqlite3* connection) const
+{
+    sqlite3_close_v2(connection);
+}
+
+Database::Database(const Source& source) : m_name(source.name)
+{
+    const bool inPlace = !source.isStandardInput() && !keepsLog(source.name);
+    if (inPlace)
+        open(readOnlyUri(source.name), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    else
+        openCopy(source);
+    int result = lookForTable();
+    if (inPlace && (result == SQLITE_READONLY || result == SQLITE_CANTOPEN)) {
+        openCopy(source); // an interrupted transaction waits to be rolled back
+        result = lookForTable();
+    }
+    if (result == SQLITE_NOTADB)
+        m_table = Table::NoDatabase;
+    else if (result != SQLITE_OK)
+        fail();
+}
+
+void Database::open(const std::string& path, int flags)
+{
+    sqlite3* connection = nullptr;
+    const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
+    m_connection.reset(connection);
+    if (result != SQLITE_OK)
+        fail();
+    sqlite3_busy_timeout(connection, patience);
+    distrust(connection);
+}
+
+void Database::openCopy(const Source& source)
+{
+    m_connection.reset();
+    m_folder = std::make_unique<PrivateFolder>();
+    const fs::path copy = m_folder->file("copy.db");
+    if (source.isStandardInput())
+        writeBytes(copy, source.bytes);
+    else
+        copyFile(source.name, copy);
+    for (const char* suffix : {"-journal", "-wal"}) {
+        const fs::path beside = source.name + suffix;
+        if (!source.isStandardInput() && isThere(beside))
+            copyFile(beside, copy.string() + suffix);
+    }
+    open(copy.string(), SQLITE_OPEN_READWRITE);
+}
+
+void Database::fail() const
+{
+    throw Failure(Unreadable, m_name + ": " + sqlite3_errmsg(m_connection.get()));
+}
+
+int Database::lookForTable()
+{
+    // SQLite finds tables without regard to letter case, and so does the loader.
+    const CkelSqliteStatement find(m_connection.get(),
+                                   "SELECT rootpage FROM sqlite_master WHERE name='kel' COLLATE NOCASE AND type IN "
+                                   "('table', 'view')");
+    if (!find.isValid())
+        return sqlite3_errcode(m_connection.get());
+    const int result = sqlite3_step(find.handle());
+    if (result == SQLITE_DONE)
+        return SQLITE_OK;
+    if (result != SQLITE_ROW)
+        return result;
+    m_table = sqlite3_column_int(find.handle(), 0) > 0 ? Table::Present : Table::View; // only tables have pages
+    return m_table == Table::Present ? readColumns() : SQLITE_OK;
+}
+
+int Database::readColumns()
+{
+    const CkelSqliteStatement rows(m_connection.get(), rowsText);
+    if (!rows.isValid())
+        return sqlite3_errcode(m_connection.get());
+    for (int column = 0; column < sqlite3_column_count(rows.handle()); ++column)
+        m_columns.emplace_back(sqlite3_column_name(rows.handle(), column));
+    return SQLITE_OK;
+}
+
+std::vector<std::string> Database::tables() const
+{
+    std::vector<std::string> names;
+    const CkelSqliteStatement find(m_connection.get(), "SELECT name FROM sqlite_master WHERE type='table'");
+    while (find.isValid() && sqlite3_step(find.handle()) == SQLITE_ROW)
+        names.push_back(textOf(find.handle(), 0));
+    return names;
+}
+
+bool Database::isSaved() const
+{
+    constexpr std::size_t savedColumns = 12;
+    return m_columns.size() == savedColumns && strcasecmp(m_columns[10].c_str(), "Unit") == 0 &&
+           strcasecmp(m_columns[11].c_str(), "CUnit") == 0;
+}
+
+void Database::forEachRow(const Visit& visit)
+{
+    const QuietOutput quiet;
+    const CkelSqliteStatement rows(m_connection.get(), rowsText);
+    Ombrin::CkelSqliteVariantVector row;
+    int result = rows.isValid() ? SQLITE_ROW : SQLITE_ERROR;
+    while (result == SQLITE_ROW && (result = sqlite3_step(rows.handle())) == SQLITE_ROW) {
+        row.read(rows.handle());
+        visit(row, rows.handle());
+    }
+    if (result != SQLITE_DONE)
+        fail();
+}
+
+} // namespace Keldict

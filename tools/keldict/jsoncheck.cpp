@@ -1,0 +1,419 @@
+#include "jsoncheck.h"
+
+#include "itemregistry.h"
+#include "itemrules.h"
+#include "jsondictionary.h"
+#include "jsontype.h"
+#include "progress.h"
+#include "words.h"
+
+#include "datastorage/kelparsedbjson.h"
+
+#include <array>
+#include <bitset>
+#include <cstring>
+#include <utility>
+
+namespace Keldict {
+
+using Ombrin::tagStorageData;
+
+namespace {
+
+using Members = std::bitset<allFields.size()>;
+
+std::size_t indexOf(Field field)
+{
+    return static_cast<std::size_t>(field);
+}
+
+std::string_view textOf(const rapidjson::Value& value)
+{
+    return {value.GetString(), value.GetStringLength()};
+}
+
+/// Whether the loader takes a value of that type for the field.
+bool takes(Field field, const rapidjson::Value& value)
+{
+    if (isValueField(field))
+        return value.IsBool() || value.IsNumber() || value.IsString();
+    return field == Field::NameID ? value.IsString() : value.IsUint();
+}
+
+/// The position of the member that gives the field: the last one of those that the loader takes.
+std::optional<std::size_t> memberThatCounts(const rapidjson::Value& item, Field field)
+{
+    std::optional<std::size_t> found;
+    std::size_t position = 0;
+    for (const auto& member : item.GetObject()) {
+        if (textOf(member.name) == nameOf(field) && (!found || takes(field, member.value)))
+            found = position;
+        ++position;
+    }
+    return found;
+}
+
+std::string_view wanted(Field field)
+{
+    if (isValueField(field))
+        return "a bool, a number or a text";
+    return field == Field::NameID ? "a text" : "an integer from 0 to 4294967295";
+}
+
+/// A value as it stands in the file, shortened.
+std::string written(const rapidjson::Value& value)
+{
+    if (value.IsString())
+        return inQuotes(textOf(value));
+    Ombrin::CkelVariant variant;
+    Ombrin::CkelParseDBJson().setValue(value, variant);
+    return variant.isNull() ? std::string(typeOf(value)) : variant.toStdString();
+}
+
+/// What the value would be, had it the type that the field takes.
+std::string meantBy(Field field, const rapidjson::Value& value)
+{
+    if (field == Field::NameID)
+        return value.IsNumber() ? "\"" + written(value) + "\", in quotes" : std::string();
+    if (isValueField(field))
+        return {};
+    Ombrin::CkelVariant variant;
+    Ombrin::CkelParseDBJson().setValue(value, variant);
+    bool ok = false;
+    const double number = variant.toDouble(&ok);
+    const unsigned int integer = variant.toUInt();
+    return ok && number == integer ? std::to_string(integer) : std::string();
+}
+
+class JsonCheck
+{
+public:
+    JsonCheck(const JsonDictionary& dictionary, FileFindings& result)
+        : m_dictionary(dictionary),
+          m_findings(result.findings),
+          m_registry([&](std::size_t n) { return m_dictionary.placeAt(m_dictionary.offsetOfItem(n)); },
+                     dictionary.items().Size(), result.findings)
+    {}
+
+    /// How many items the device would hold.
+    std::size_t run(const std::string& file);
+
+private:
+    /// One item on its way through the checks.
+    struct Item
+    {
+        std::size_t n;
+        const rapidjson::Value& json;
+        const CheckedItem& checked;
+        Members given; // keys that are there
+        Members taken; // and have a value that the loader takes
+        std::vector<std::string_view> unknown;
+    };
+
+    void checkElement(std::size_t n, const rapidjson::Value& json);
+    void checkObject(std::size_t n, const rapidjson::Value& json);
+    void checkMembers(Item& item);
+    void checkMember(Item& item, std::size_t position, Field field, const rapidjson::Value& value);
+    void checkText(const Item& item, Field field, std::string_view text);
+    void reportWrongType(const Item& item, std::size_t position, Field field, const rapidjson::Value& value);
+    void reportUnknownKey(const Item& item, std::size_t position, std::string_view key);
+    void checkId(const Item& item);
+    void checkInherited(const Item& item);
+    std::string inheritedFrom() const;
+    Place placeOf(std::size_t n, Field field) const;
+    Place placeOfKey(std::size_t n, std::size_t position) const;
+    Finding warningAt(const Item& item, Place place, const Rule& rule, std::string what, std::string effect,
+                      std::string meant = {}) const;
+
+    const JsonDictionary& m_dictionary;
+    std::vector<Finding>& m_findings;
+    ItemRegistry m_registry;
+    Ombrin::CkelParseDBJson m_parser; // carries fields from one item to the next, as on the device
+    std::optional<std::size_t> m_before;
+};
+
+std::size_t JsonCheck::run(const std::string& file)
+{
+    Progress progress(file);
+    std::size_t n = 0;
+    for (const rapidjson::Value& json : m_dictionary.items()) {
+        progress.at(n, m_dictionary.items().Size());
+        checkElement(n++, json);
+    }
+    if (n == 0)
+        m_findings.push_back({&Rules::noItems,
+                              Severity::Warning,
+                              {},
+                              {},
+                              {},
+                              "the array \"kel\" is empty",
+                              "The device holds no items of this file.",
+                              {},
+                              {},
+                              {}});
+    return m_registry.count();
+}
+
+void JsonCheck::checkElement(std::size_t n, const rapidjson::Value& json)
+{
+    if (json.IsObject()) {
+        checkObject(n, json);
+        m_before = n;
+        return;
+    }
+    m_findings.push_back({&Rules::elementNotObject,
+                          Severity::Error,
+                          m_dictionary.placeAt(m_dictionary.offsetOfItem(n)),
+                          {},
+                          {},
+                          "element " + std::to_string(n + 1) + " of \"kel\" is " + std::string(typeOf(json)),
+                          "The device stops when it reads this element.",
+                          "take it out",
+                          {},
+                          {}});
+}
+
+void JsonCheck::checkObject(std::size_t n, const rapidjson::Value& json)
+{
+    const tagStorageData& record = m_parser.deepParse(json, json.MemberCount(), {});
+    Members taken;
+    const CheckedItem checked{record, [&taken](Field field) { return taken.test(indexOf(field)); },
+                              [this, n](Field field) { return placeOf(n, field); }};
+    Item item{n, json, checked, {}, {}, {}};
+    checkMembers(item);
+    checkId(item);
+    if (record.ID == 0)
+        return;
+    m_registry.add(checked, n);
+    checkInherited(item);
+    taken = item.taken;
+    checkItem(checked, m_findings);
+}
+
+// Members
+
+void JsonCheck::checkMembers(Item& item)
+{
+    std::size_t position = 0;
+    for (const auto& member : item.json.GetObject()) {
+        const std::string_view key = textOf(member.name);
+        const auto field = fieldNamed(key);
+        if (field)
+            checkMember(item, position, *field, member.value);
+        else
+            item.unknown.push_back(key);
+        ++position;
+    }
+    if (item.unknown.empty())
+        return;
+    position = 0;
+    for (const auto& member : item.json.GetObject()) {
+        if (!fieldNamed(textOf(member.name)))
+            reportUnknownKey(item, position, textOf(member.name));
+        ++position;
+    }
+}
+
+void JsonCheck::checkMember(Item& item, std::size_t position, Field field, const rapidjson::Value& value)
+{
+    const std::size_t bit = indexOf(field);
+    if (item.given.test(bit))
+        m_findings.push_back(warningAt(item, placeOfKey(item.n, position), Rules::duplicateKey,
+                                       inQuotes(nameOf(field)) + " occurs again", "The last one counts."));
+    item.given.set(bit);
+    if (!takes(field, value)) {
+        reportWrongType(item, position, field, value);
+        return;
+    }
+    item.taken.set(bit);
+    if (value.IsString())
+        checkText(item, field, textOf(value));
+    else if (isByteField(field) && value.GetUint() > 0xFF)
+        m_findings.push_back(warning(
+            Rules::byteOverflow, item.checked, field, std::string(nameOf(field)) + " is " + written(value),
+            "Kept as " + std::to_string(value.GetUint() & 0xFFU) + ": only the low eight bits count.", "0 to 255"));
+}
+
+void JsonCheck::checkText(const Item& item, Field field, std::string_view text)
+{
+    if (const auto nul = text.find('\0'); nul != std::string_view::npos)
+        m_findings.push_back(warning(Rules::nulInText, item.checked, field,
+                                     std::string(nameOf(field)) + " holds a NUL character",
+                                     "Cut to " + inQuotes(text.substr(0, nul)) + "."));
+    if (!m_dictionary.isUtf8() && !isUtf8(text))
+        m_findings.push_back(warning(Rules::invalidUtf8, item.checked, field,
+                                     std::string(nameOf(field)) + " " + inQuotes(text) + " is not UTF-8",
+                                     "The bytes are taken as they are; what shows them may not.",
+                                     "save the file as UTF-8"));
+}
+
+void JsonCheck::reportWrongType(const Item& item, std::size_t position, Field field, const rapidjson::Value& value)
+{
+    if (field == Field::ID && item.checked.record.ID == 0)
+        return; // an error of its own
+    const Place place{m_dictionary.placeAt(m_dictionary.membersOf(item.n)[position].value)};
+    const std::string stays = shown(contentOf(item.checked.record, field));
+    m_findings.push_back(warningAt(
+        item, place, Rules::wrongType,
+        std::string(nameOf(field)) + " is " + written(value) + " where " + std::string(wanted(field)) + " is taken",
+        "It is passed over; " + std::string(nameOf(field)) + " is " + stays + inheritedFrom() + ".",
+        meantBy(field, value)));
+}
+
+void JsonCheck::reportUnknownKey(const Item& item, std::size_t position, std::string_view key)
+{
+    std::vector<std::string_view> missing;
+    for (const Field field : allFields) {
+        if (!item.given.test(indexOf(field)))
+            missing.push_back(nameOf(field));
+    }
+    const auto meant = nearest(key, missing);
+    m_findings.push_back(warningAt(item, placeOfKey(item.n, position), Rules::unknownKey,
+                                   inQuotes(key) + " is no key of an item", "It is ignored.",
+                                   meant ? "did you mean " + inQuotes(*meant) + "?" : std::string()));
+}
+
+// Items
+
+void JsonCheck::checkId(const Item& item)
+{
+    if (item.checked.record.ID != 0)
+        return;
+    const bool given = item.given.test(indexOf(Field::ID));
+    std::string what = "the item has no ID";
+    std::string meant;
+    if (given) {
+        const auto member = static_cast<std::ptrdiff_t>(*memberThatCounts(item.json, Field::ID));
+        const rapidjson::Value& id = (item.json.MemberBegin() + member)->value;
+        what = "ID " + written(id) + " is no integer from 1 to 4294967295";
+        meant = id.IsUint() ? "" : meantBy(Field::ID, id);
+    } else {
+        for (const std::string_view key : item.unknown) {
+            if (nearest(key, {"ID"}))
+                meant = "\"ID\" in place of " + inQuotes(key);
+        }
+    }
+    m_findings.push_back(warning(given ? Rules::unusableId : Rules::missingId, item.checked, Field::ID, what,
+                                 "The item is lost. What it gives is still inherited by the next one.", meant));
+    m_findings.back().severity = Severity::Error;
+}
+
+void JsonCheck::checkInherited(const Item& item)
+{
+    std::string missing;
+    std::string effect;
+    for (const Field field : allFields) {
+        if (item.given.test(indexOf(field)))
+            continue;
+        missing += (missing.empty() ? "" : ", ") + std::string(nameOf(field));
+        effect += (effect.empty() ? "" : ", ") + std::string(nameOf(field)) + " " +
+                  shown(contentOf(item.checked.record, field));
+    }
+    if (missing.empty())
+        return;
+    m_findings.push_back(
+        warningAt(item, m_dictionary.placeAt(m_dictionary.offsetOfItem(item.n)), Rules::inheritedField,
+                  missing + (item.given.count() + 1 == allFields.size() ? " is missing" : " are missing"),
+                  "The item has " + effect + inheritedFrom() + ".", "give every key"));
+}
+
+std::string JsonCheck::inheritedFrom() const
+{
+    if (!m_before)
+        return ", as a first item has without it";
+    const std::size_t line = m_dictionary.placeAt(m_dictionary.offsetOfItem(*m_before)).position.line;
+    return ", from the item before in line " + std::to_string(line);
+}
+
+// Places
+
+Place JsonCheck::placeOf(std::size_t n, Field field) const
+{
+    const rapidjson::Value& json = m_dictionary.items()[static_cast<rapidjson::SizeType>(n)];
+    std::size_t offset = m_dictionary.offsetOfItem(n);
+    const auto found = memberThatCounts(json, field);
+    if (found)
+        offset = m_dictionary.membersOf(n)[*found].value;
+    return m_dictionary.placeAt(offset);
+}
+
+Place JsonCheck::placeOfKey(std::size_t n, std::size_t position) const
+{
+    return m_dictionary.placeAt(m_dictionary.membersOf(n)[position].key);
+}
+
+Finding JsonCheck::warningAt(const Item& item, Place place, const Rule& rule, std::string what, std::string effect,
+                             std::string meant) const
+{
+    Finding finding = warning(rule, item.checked, Field::ID, std::move(what), std::move(effect), std::move(meant));
+    finding.place = place;
+    return finding;
+}
+
+// What the dictionary's author accepts
+
+Finding wrongAcceptance(Place place, std::string what, std::string meant)
+{
+    return {&Rules::wrongAcceptance,
+            Severity::Warning,
+            place,
+            {},
+            {},
+            std::move(what),
+            "Nothing is accepted by it; the device does not read it.",
+            std::move(meant),
+            {},
+            {}};
+}
+
+void readAcceptance(const std::string& code, const rapidjson::Value& reason, Place place, Acceptances& accepted,
+                    std::vector<Finding>& findings)
+{
+    const Rule* const rule = Rules::find(code);
+    if (rule && rule->severity == Severity::Warning && reason.IsString()) {
+        accepted.insert_or_assign(code, std::string(textOf(reason)));
+        return;
+    }
+    std::vector<std::string_view> codes;
+    for (const Rule* known : Rules::all()) {
+        if (known->severity == Severity::Warning)
+            codes.push_back(known->code);
+    }
+    const auto meant = nearest(code, codes);
+    if (rule && rule->severity == Severity::Warning)
+        findings.push_back(wrongAcceptance(place, inQuotes(code) + " without a reason", "the reason as a text"));
+    else
+        findings.push_back(wrongAcceptance(place, inQuotes(code) + " is no warning of this tool",
+                                           meant ? "did you mean " + inQuotes(*meant) + "?" : std::string()));
+}
+
+/// The root's member "keldict": {"accept": {CODE: REASON, ...}}.
+void readAcceptances(const JsonDictionary& dictionary, Acceptances& accepted, std::vector<Finding>& findings)
+{
+    const auto own = dictionary.root().FindMember("keldict");
+    if (own == dictionary.root().MemberEnd())
+        return;
+    const auto index = static_cast<std::size_t>(own - dictionary.root().MemberBegin());
+    const Place place = dictionary.placeAt(dictionary.offsetOfRootMember(index));
+    const auto list = own->value.IsObject() ? own->value.FindMember("accept") : own;
+    if (!own->value.IsObject() || list == own->value.MemberEnd() || !list->value.IsObject()) {
+        findings.push_back(
+            wrongAcceptance(place, "\"keldict\" holds no object \"accept\"", "{\"accept\": {\"code\": \"reason\"}}"));
+        return;
+    }
+    for (const auto& entry : list->value.GetObject())
+        readAcceptance(std::string(textOf(entry.name)), entry.value, place, accepted, findings);
+}
+
+} // namespace
+
+void checkJson(Source source, Acceptances& accepted, FileFindings& result)
+{
+    const JsonDictionary dictionary(std::move(source.bytes), result.findings);
+    if (!dictionary.hasItems())
+        return;
+    readAcceptances(dictionary, accepted, result.findings);
+    result.items = JsonCheck(dictionary, result).run(source.name);
+}
+
+} // namespace Keldict

@@ -1,0 +1,87 @@
+#include "jsoncursor.h"
+
+#include <algorithm>
+
+namespace Keldict {
+
+namespace {
+
+bool isSeparator(char c)
+{
+    return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == ',' || c == ':';
+}
+
+/// Behind the string whose opening quote stands at `offset`.
+std::size_t endOfString(std::string_view text, std::size_t offset)
+{
+    for (++offset; offset < text.size() && text[offset] != '"'; ++offset) {
+        if (text[offset] == '\\')
+            ++offset;
+    }
+    return std::min(offset + 1, text.size());
+}
+
+} // namespace
+
+std::size_t JsonCursor::next()
+{
+    while (m_offset < m_text.size() && isSeparator(m_text[m_offset]))
+        ++m_offset;
+    return m_offset;
+}
+
+void JsonCursor::skipString()
+{
+    m_offset = endOfString(m_text, m_offset);
+}
+
+void JsonCursor::skipNested()
+{
+    std::size_t depth = 0;
+    do {
+        const char c = m_text[m_offset];
+        if (c == '"') {
+            skipString();
+            continue;
+        }
+        if (c == '{' || c == '[')
+            ++depth;
+        else if (c == '}' || c == ']')
+            --depth;
+        ++m_offset;
+    } while (depth > 0 && m_offset < m_text.size());
+}
+
+void JsonCursor::skipValue()
+{
+    if (next() >= m_text.size())
+        return;
+    const char c = m_text[m_offset];
+    if (c == '"')
+        skipString();
+    else if (c == '{' || c == '[')
+        skipNested();
+    else
+        m_offset = std::min(m_text.find_first_of(" \n\r\t,:]}", m_offset), m_text.size());
+}
+
+std::size_t nestingDepth(std::string_view text)
+{
+    std::size_t depth = 0;
+    std::size_t deepest = 0;
+    for (std::size_t offset = 0; offset < text.size();) {
+        const char c = text[offset];
+        if (c == '"') {
+            offset = endOfString(text, offset);
+            continue;
+        }
+        if (c == '{' || c == '[')
+            deepest = std::max(deepest, ++depth);
+        else if ((c == '}' || c == ']') && depth > 0)
+            --depth;
+        ++offset;
+    }
+    return deepest;
+}
+
+} // namespace Keldict

@@ -1,0 +1,227 @@
+#include "jsondictionary.h"
+
+#include "jsoncursor.h"
+#include "jsonerror.h"
+#include "jsontype.h"
+#include "words.h"
+
+#include <rapidjson/reader.h>
+
+#include <utility>
+
+namespace Keldict {
+
+namespace {
+
+constexpr const char* rootName = "kel";
+constexpr std::size_t deepestNesting = 1000; // a thread's stack on a device holds that; a dictionary needs three
+constexpr const char* stops = "The device stops when it reads this file.";
+
+Finding fatal(const Rule& rule, Place place, std::string what, std::string meant = {})
+{
+    return {&rule, Severity::Error, place, {}, {}, std::move(what), stops, std::move(meant), {}, {}};
+}
+
+/// Stops the parser where arrays or objects are nested too deeply.
+struct DepthLimit : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, DepthLimit>
+{
+    bool StartObject() { return ++depth <= deepestNesting; }
+    bool StartArray() { return ++depth <= deepestNesting; }
+    bool EndObject(rapidjson::SizeType /*members*/) { return leave(); }
+    bool EndArray(rapidjson::SizeType /*elements*/) { return leave(); }
+
+    std::size_t depth = 0;
+
+private:
+    bool leave()
+    {
+        --depth;
+        return true;
+    }
+};
+
+/// Parses without going deeper on the stack than the text is nested, which the usual way does.
+rapidjson::ParseResult parseFlat(const char* text)
+{
+    DepthLimit limit;
+    rapidjson::StringStream stream(text);
+    rapidjson::Reader reader;
+    return reader.Parse<rapidjson::kParseIterativeFlag>(stream, limit);
+}
+
+bool begins(const std::string& bytes, std::string_view with)
+{
+    return bytes.compare(0, with.size(), with) == 0;
+}
+
+/// The text behind a byte order mark, so that the rest can be looked at all the same.
+std::string checkedStart(std::string bytes, std::vector<Finding>& findings)
+{
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    const Place start{{1, 1}, 0};
+    if (begins(bytes, "\xFF\xFE") || begins(bytes, "\xFE\xFF"))
+        findings.push_back(fatal(Rules::byteOrderMark, start, "a byte order mark of UTF-16", "save the file as UTF-8"));
+    if (!begins(bytes, mark))
+        return bytes;
+    findings.push_back(
+        fatal(Rules::byteOrderMark, start, "a byte order mark", "save the file as UTF-8 without a byte order mark"));
+    return bytes.substr(mark.size());
+}
+
+} // namespace
+
+JsonDictionary::JsonDictionary(std::string bytes, std::vector<Finding>& findings)
+    : m_bytes(checkedStart(std::move(bytes), findings)),
+      m_text(m_bytes.c_str()),
+      m_isUtf8(Keldict::isUtf8(m_text)),
+      m_lines(m_text)
+{
+    if (m_text.size() < m_bytes.size())
+        findings.push_back({&Rules::nulByte,
+                            Severity::Warning,
+                            placeAt(m_text.size()),
+                            {},
+                            {},
+                            "a NUL byte",
+                            "The device reads the text up to here.",
+                            "take it out",
+                            {},
+                            {}});
+    if (parse(findings))
+        findItems(findings);
+}
+
+bool JsonDictionary::parse(std::vector<Finding>& findings)
+{
+    if (nestingDepth(m_text) > deepestNesting) {
+        const rapidjson::ParseResult result = parseFlat(m_text.data());
+        if (result.Code() == rapidjson::kParseErrorTermination) {
+            findings.push_back(
+                fatal(Rules::deepNesting, placeAt(result.Offset()),
+                      "more than " + std::to_string(deepestNesting) + " arrays or objects in each other"));
+            findings.back().effect = "The device may run out of stack when it reads this file, and crash.";
+            return false;
+        }
+        m_document.Parse<rapidjson::kParseIterativeFlag>(m_text.data());
+    } else {
+        m_document.Parse(m_text.data());
+    }
+    if (m_document.HasParseError())
+        reportParseError(findings);
+    return !m_document.HasParseError();
+}
+
+void JsonDictionary::reportParseError(std::vector<Finding>& findings) const
+{
+    if (m_document.GetParseError() == rapidjson::kParseErrorDocumentEmpty) {
+        findings.push_back(fatal(Rules::emptyFile, placeAt(0), "nothing but blanks", "{\"kel\": []}"));
+        return;
+    }
+    JsonError error = explain(m_text, m_document.GetParseError(), m_document.GetErrorOffset());
+    findings.push_back(
+        fatal(Rules::malformedJson, placeAt(error.offset), std::move(error.what), std::move(error.meant)));
+}
+
+void JsonDictionary::findItems(std::vector<Finding>& findings)
+{
+    const std::size_t start = JsonCursor(m_text).next();
+    if (!m_document.IsObject()) {
+        findings.push_back(fatal(Rules::rootNotObject, placeAt(start),
+                                 "the outermost value is " + std::string(typeOf(m_document)),
+                                 m_document.IsArray() ? "{\"kel\": [...]} around the items" : ""));
+        return;
+    }
+    const auto member = m_document.FindMember(rootName);
+    if (member == m_document.MemberEnd()) {
+        reportMissingRoot(findings);
+        return;
+    }
+    checkSecondRoot(findings);
+    if (!member->value.IsArray()) {
+        const auto index = static_cast<std::size_t>(member - m_document.MemberBegin());
+        findings.push_back(fatal(Rules::rootNotArray, placeAt(offsetOfRootMember(index)),
+                                 "\"kel\" is " + std::string(typeOf(member->value)),
+                                 "an array of items: \"kel\": [...]"));
+        return;
+    }
+    m_items = &member->value;
+    locateItems();
+}
+
+void JsonDictionary::reportMissingRoot(std::vector<Finding>& findings) const
+{
+    std::string meant;
+    for (const auto& member : m_document.GetObject()) {
+        const std::string name(member.name.GetString(), member.name.GetStringLength());
+        if (nearest(name, {rootName}) || (m_document.MemberCount() == 1 && member.value.IsArray()))
+            meant = "\"kel\" in place of " + inQuotes(name);
+    }
+    findings.push_back(fatal(Rules::missingRoot, placeAt(JsonCursor(m_text).next()),
+                             "the outermost object has no member \"kel\"", meant));
+}
+
+void JsonDictionary::checkSecondRoot(std::vector<Finding>& findings) const
+{
+    std::optional<Place> first;
+    std::size_t index = 0;
+    for (const auto& member : m_document.GetObject()) {
+        const Place place = member.name == rootName ? placeAt(offsetOfRootMember(index)) : Place{};
+        if (member.name == rootName && !first)
+            first = place;
+        else if (member.name == rootName)
+            findings.push_back({&Rules::duplicateRoot,
+                                Severity::Error,
+                                place,
+                                {},
+                                {},
+                                "a second member \"kel\"",
+                                "The device reads the first one only; all items in this one are lost.",
+                                "one array with the items of both",
+                                first,
+                                {}});
+        ++index;
+    }
+}
+
+std::size_t JsonDictionary::offsetOfRootMember(std::size_t index) const
+{
+    JsonCursor cursor(m_text);
+    cursor.enter();
+    for (std::size_t passed = 0; passed < index; ++passed) {
+        cursor.skipValue();
+        cursor.skipValue();
+    }
+    cursor.skipValue();
+    return cursor.next();
+}
+
+void JsonDictionary::locateItems()
+{
+    const auto index = static_cast<std::size_t>(m_document.FindMember(rootName) - m_document.MemberBegin());
+    JsonCursor cursor(m_text, offsetOfRootMember(index));
+    cursor.enter();
+    m_offsets.reserve(m_items->Size());
+    for (rapidjson::SizeType i = 0; i < m_items->Size(); ++i) {
+        m_offsets.push_back(cursor.next());
+        cursor.skipValue();
+    }
+}
+
+std::vector<JsonDictionary::Member> JsonDictionary::membersOf(std::size_t index) const
+{
+    const rapidjson::Value& item = (*m_items)[static_cast<rapidjson::SizeType>(index)];
+    JsonCursor cursor(m_text, m_offsets[index]);
+    cursor.enter();
+    std::vector<Member> members;
+    members.reserve(item.MemberCount());
+    for (rapidjson::SizeType i = 0; i < item.MemberCount(); ++i) {
+        Member member{cursor.next(), 0};
+        cursor.skipValue();
+        member.value = cursor.next();
+        cursor.skipValue();
+        members.push_back(member);
+    }
+    return members;
+}
+
+} // namespace Keldict

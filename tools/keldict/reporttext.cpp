@@ -1,0 +1,118 @@
+#include "report.h"
+
+#include "words.h"
+
+#include <ostream>
+#include <string>
+
+namespace Keldict {
+
+namespace {
+
+/// Escape sequences, or nothing.
+struct Colours
+{
+    explicit Colours(bool on)
+    {
+        if (on)
+            *this = {"\x1b[1m", "\x1b[1;31m", "\x1b[1;35m", "\x1b[1;32m", "\x1b[0m"};
+    }
+
+    Colours(const char* boldText, const char* errorText, const char* warningText, const char* goodText,
+            const char* resetText)
+        : bold(boldText), error(errorText), warning(warningText), good(goodText), reset(resetText)
+    {}
+
+    const char* bold = "";
+    const char* error = "";
+    const char* warning = "";
+    const char* good = "";
+    const char* reset = "";
+};
+
+std::string counted(std::size_t count, const std::string& what)
+{
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+std::string itemOf(const Finding& finding)
+{
+    if (!finding.id && finding.name.empty())
+        return {};
+    std::string item = "item";
+    if (finding.id)
+        item += " " + std::to_string(*finding.id);
+    if (!finding.name.empty())
+        item += " " + inQuotes(finding.name);
+    return item + ": ";
+}
+
+void print(const std::string& file, const Finding& finding, const Colours& colours, std::ostream& out)
+{
+    const bool isError = finding.severity == Severity::Error;
+    const std::string place = shown(finding.place);
+    out << colours.bold << file << ':' << place << (place.empty() ? " " : ": ") << colours.reset
+        << (isError ? colours.error : colours.warning) << (isError ? "error: " : "warning: ") << colours.reset
+        << itemOf(finding) << finding.what << " [" << finding.rule->code << "]\n";
+    if (finding.other)
+        out << "    first:  " << (finding.other->row != 0 ? "" : "line ") << shown(*finding.other) << '\n';
+    if (!finding.effect.empty())
+        out << "    device: " << finding.effect << '\n';
+    if (!finding.meant.empty())
+        out << "    meant:  " << finding.meant << '\n';
+}
+
+struct Totals
+{
+    std::size_t items = 0;
+    std::size_t errors = 0;
+    std::size_t warnings = 0;
+    std::size_t accepted = 0;
+    std::size_t unreadable = 0;
+};
+
+Totals totalsOf(const std::vector<FileFindings>& files)
+{
+    Totals totals;
+    for (const FileFindings& file : files) {
+        totals.items += file.items;
+        totals.errors += file.errors();
+        totals.warnings += file.warnings();
+        totals.accepted += file.accepted();
+        totals.unreadable += file.unreadable.empty() ? 0 : 1;
+    }
+    return totals;
+}
+
+void printSummary(const std::vector<FileFindings>& files, const Colours& colours, std::ostream& out)
+{
+    const Totals totals = totalsOf(files);
+    out << colours.bold << counted(files.size(), "file") << ", " << counted(totals.items, "item") << ": "
+        << colours.reset;
+    const bool clean = totals.errors + totals.warnings + totals.unreadable == 0;
+    if (clean)
+        out << colours.good << "clean" << colours.reset;
+    else
+        out << counted(totals.errors, "error") << ", " << counted(totals.warnings, "warning");
+    if (totals.accepted > 0)
+        out << ", " << counted(totals.accepted, "warning") << " accepted";
+    if (totals.unreadable > 0)
+        out << ", " << totals.unreadable << " not readable";
+    out << '\n';
+}
+
+} // namespace
+
+void reportText(const std::vector<FileFindings>& files, bool inColour, std::ostream& out)
+{
+    const Colours colours(inColour);
+    for (const FileFindings& file : files) {
+        for (const Finding& finding : file.findings) {
+            if (!finding.accepted)
+                print(file.file, finding, colours, out);
+        }
+    }
+    printSummary(files, colours, out);
+}
+
+} // namespace Keldict

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Keldict {
+
+/// The candidate that `word` was probably meant to be: the same but for letter case, or a few letters off.
+std::optional<std::string_view> nearest(std::string_view word, const std::vector<std::string_view>& candidates);
+
+/// The word without what is easily overlooked: letter case, and blanks of any kind.
+std::string folded(std::string_view utf8);
+
+/// Whether the bytes are well-formed UTF-8.
+bool isUtf8(std::string_view bytes);
+
+/// The text in double quotes, on one line and fit for a terminal: what is not printable is escaped, what is too long is
+/// cut.
+std::string inQuotes(std::string_view utf8);
+
+/// The text as well-formed UTF-8; stray bytes become the replacement character.
+std::string repaired(std::string_view bytes);
+
+/// How many columns the text takes on a terminal.
+std::size_t widthOf(std::string_view utf8);
+
+} // namespace Keldict

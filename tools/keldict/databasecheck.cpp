@@ -69,6 +69,7 @@ public:
 private:
     void checkColumnNames();
     void checkRow(const CkelSqliteVariantVector& row, sqlite3_stmt* statement);
+    bool isRead(Field field) const { return m_record.ValueT != Ombrin::ValueTypeText || field < Field::Max; }
     bool checkId(const CheckedItem& item, sqlite3_stmt* statement);
     void checkName(const CheckedItem& item, sqlite3_stmt* statement);
     void checkByte(const CheckedItem& item, Field field, sqlite3_stmt* statement);
@@ -130,7 +131,10 @@ void DatabaseCheck::addError(const Rule& rule, const CheckedItem& item, Field fi
 void DatabaseCheck::checkRow(const CkelSqliteVariantVector& row, sqlite3_stmt* statement)
 {
     const bool known = readConfigurationRow(row, m_record);
-    const CheckedItem item{m_record, [](Field) { return true; }, [this](Field) { return Place{{}, m_row}; }};
+    const CheckedItem item{m_record, [this](Field field) { return isRead(field); },
+                           [this](Field) {
+                               return Place{{}, m_row};
+                           }};
     const bool hasId = checkId(item, statement);
     checkName(item, statement);
     for (const Field field : {Field::CommSource, Field::DBSource, Field::RW, Field::Block, Field::ValueT})
@@ -190,9 +194,8 @@ void DatabaseCheck::checkByte(const CheckedItem& item, Field field, sqlite3_stmt
 
 void DatabaseCheck::checkValueColumn(const CheckedItem& item, Field field, sqlite3_stmt* statement)
 {
-    const bool isText = m_record.ValueT == Ombrin::ValueTypeText;
-    if (isText && field >= Field::Max)
-        return; // not read
+    if (!isRead(field))
+        return;
     const int column = static_cast<int>(field);
     const CkelVariant written = columnOf(statement, column);
     const CkelVariant& read = valueOf(m_record, field);

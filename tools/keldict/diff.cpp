@@ -80,7 +80,8 @@ std::vector<Difference> differencesOf(const Dictionary& before, const Dictionary
 
 int diff(const std::string& before, const std::string& after)
 {
-    const auto differences = differencesOf(loadDictionary(before), loadDictionary(after));
+    const Dictionary first = loadDictionary(before);
+    const auto differences = differencesOf(first, loadDictionary(after));
     for (const Difference& difference : differences)
         print(difference, std::cout);
     if (!differences.empty())

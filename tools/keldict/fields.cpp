@@ -7,18 +7,6 @@ namespace Keldict {
 using Ombrin::CkelVariant;
 using Ombrin::tagStorageData;
 
-namespace {
-
-constexpr std::array<std::string_view, allFields.size()> names{
-    "ID", "NameID", "CommSource", "DBSource", "RW", "Block", "ValueT", "Value", "DefValue", "Max", "Min"};
-
-} // namespace
-
-std::string_view nameOf(Field field)
-{
-    return names[static_cast<std::size_t>(field)];
-}
-
 std::optional<Field> fieldNamed(std::string_view name)
 {
     for (const Field field : allFields) {

@@ -31,7 +31,14 @@ inline constexpr std::array allFields{Field::ID,       Field::NameID, Field::Com
 
 inline constexpr std::array valueFields{Field::Value, Field::DefValue, Field::Max, Field::Min};
 
-std::string_view nameOf(Field field);
+/// The fields' names, in that order.
+inline constexpr std::array<std::string_view, allFields.size()> fieldNames{
+    "ID", "NameID", "CommSource", "DBSource", "RW", "Block", "ValueT", "Value", "DefValue", "Max", "Min"};
+
+constexpr std::string_view nameOf(Field field)
+{
+    return fieldNames[static_cast<std::size_t>(field)];
+}
 
 /// The field of that very name.
 std::optional<Field> fieldNamed(std::string_view name);

@@ -89,9 +89,11 @@ void checkConversion(const CheckedItem& item, Field field, std::vector<Finding>&
         return;
     const std::string what = fieldAnd(field, shown(value)) + " where value type " + std::to_string(item.record.ValueT) +
                              " holds " + std::string(formOf(item.record.ValueT));
+    const bool isWorthMeaning =
+        !stored.isNull() && (value.type() == CkelVariant::Double || value.type() == CkelVariant::String);
     const Rule& rule = stored.isNull() ? Rules::unconvertibleValue : Rules::changedValue;
     findings.push_back(warning(rule, item, field, what, effectOf(item, field, stored),
-                               stored.isNull() ? std::string() : shown(stored)));
+                               isWorthMeaning ? shown(stored) : std::string()));
 }
 
 void checkSavedForm(const CheckedItem& item, Field field, std::vector<Finding>& findings)

@@ -252,11 +252,13 @@ void JsonCheck::reportWrongType(const Item& item, std::size_t position, Field fi
     if (field == Field::ID && item.checked.record.ID == 0)
         return; // an error of its own
     const Place place{m_dictionary.placeAt(m_dictionary.membersOf(item.n)[position].value)};
-    const std::string stays = shown(contentOf(item.checked.record, field));
+    const auto counting = static_cast<std::ptrdiff_t>(*memberThatCounts(item.json, field));
+    const bool isGivenAgain = takes(field, (item.json.MemberBegin() + counting)->value);
+    const std::string now = std::string(nameOf(field)) + " is " + shown(contentOf(item.checked.record, field));
     m_findings.push_back(warningAt(
         item, place, Rules::wrongType,
         std::string(nameOf(field)) + " is " + written(value) + " where " + std::string(wanted(field)) + " is taken",
-        "It is passed over; " + std::string(nameOf(field)) + " is " + stays + inheritedFrom() + ".",
+        "It is passed over; " + now + (isGivenAgain ? ", as this item says elsewhere" : inheritedFrom()) + ".",
         meantBy(field, value)));
 }
 
@@ -267,7 +269,9 @@ void JsonCheck::reportUnknownKey(const Item& item, std::size_t position, std::st
         if (!item.given.test(indexOf(field)))
             missing.push_back(nameOf(field));
     }
-    const auto meant = nearest(key, missing);
+    auto meant = nearest(key, missing);
+    if (!meant)
+        meant = nearest(key, {fieldNames.begin(), fieldNames.end()});
     m_findings.push_back(warningAt(item, placeOfKey(item.n, position), Rules::unknownKey,
                                    inQuotes(key) + " is no key of an item", "It is ignored.",
                                    meant ? "did you mean " + inQuotes(*meant) + "?" : std::string()));

@@ -1,6 +1,7 @@
 #include "jsoncursor.h"
 
 #include <algorithm>
+#include <array>
 
 namespace Keldict {
 
@@ -9,6 +10,23 @@ namespace {
 bool isSeparator(char c)
 {
     return c == ' ' || c == '\n' || c == '\r' || c == '\t' || c == ',' || c == ':';
+}
+
+/// Whether a byte matters to those who look for the end of a nested value.
+constexpr std::array<bool, 256> makeMarks()
+{
+    std::array<bool, 256> marks{};
+    for (const unsigned char mark : {'"', '{', '}', '[', ']'})
+        marks[mark] = true;
+    return marks;
+}
+
+std::size_t nextMark(std::string_view text, std::size_t offset)
+{
+    constexpr std::array<bool, 256> marks = makeMarks();
+    while (offset < text.size() && !marks[static_cast<unsigned char>(text[offset])])
+        ++offset;
+    return offset;
 }
 
 /// Behind the string whose opening quote stands at `offset`.
@@ -39,14 +57,15 @@ void JsonCursor::skipNested()
 {
     std::size_t depth = 0;
     do {
-        const char c = m_text[m_offset];
+        m_offset = nextMark(m_text, m_offset);
+        const char c = m_offset < m_text.size() ? m_text[m_offset] : '"';
         if (c == '"') {
             skipString();
             continue;
         }
         if (c == '{' || c == '[')
             ++depth;
-        else if (c == '}' || c == ']')
+        else
             --depth;
         ++m_offset;
     } while (depth > 0 && m_offset < m_text.size());
@@ -69,7 +88,7 @@ std::size_t nestingDepth(std::string_view text)
 {
     std::size_t depth = 0;
     std::size_t deepest = 0;
-    for (std::size_t offset = 0; offset < text.size();) {
+    for (std::size_t offset = nextMark(text, 0); offset < text.size(); offset = nextMark(text, offset)) {
         const char c = text[offset];
         if (c == '"') {
             offset = endOfString(text, offset);
@@ -77,7 +96,7 @@ std::size_t nestingDepth(std::string_view text)
         }
         if (c == '{' || c == '[')
             deepest = std::max(deepest, ++depth);
-        else if ((c == '}' || c == ']') && depth > 0)
+        else if (depth > 0 && (c == '}' || c == ']'))
             --depth;
         ++offset;
     }

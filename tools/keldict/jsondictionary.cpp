@@ -54,13 +54,15 @@ bool begins(const std::string& bytes, std::string_view with)
     return bytes.compare(0, with.size(), with) == 0;
 }
 
-/// The text behind a byte order mark, so that the rest can be looked at all the same.
+/// The text behind a byte order mark, so that the rest can be looked at all the same. Of UTF-16 nothing is left.
 std::string checkedStart(std::string bytes, std::vector<Finding>& findings)
 {
     constexpr std::string_view mark = "\xEF\xBB\xBF";
     const Place start{{1, 1}, 0};
-    if (begins(bytes, "\xFF\xFE") || begins(bytes, "\xFE\xFF"))
+    if (begins(bytes, "\xFF\xFE") || begins(bytes, "\xFE\xFF")) {
         findings.push_back(fatal(Rules::byteOrderMark, start, "a byte order mark of UTF-16", "save the file as UTF-8"));
+        return {};
+    }
     if (!begins(bytes, mark))
         return bytes;
     findings.push_back(
@@ -87,7 +89,8 @@ JsonDictionary::JsonDictionary(std::string bytes, std::vector<Finding>& findings
                             "take it out",
                             {},
                             {}});
-    if (parse(findings))
+    const bool isForeign = m_bytes.empty() && !findings.empty();
+    if (!isForeign && parse(findings))
         findItems(findings);
 }
 
@@ -153,6 +156,8 @@ void JsonDictionary::reportMissingRoot(std::vector<Finding>& findings) const
     std::string meant;
     for (const auto& member : m_document.GetObject()) {
         const std::string name(member.name.GetString(), member.name.GetStringLength());
+        if (name == "keldict")
+            continue; // this tool's own
         if (nearest(name, {rootName}) || (m_document.MemberCount() == 1 && member.value.IsArray()))
             meant = "\"kel\" in place of " + inQuotes(name);
     }
@@ -162,23 +167,22 @@ void JsonDictionary::reportMissingRoot(std::vector<Finding>& findings) const
 
 void JsonDictionary::checkSecondRoot(std::vector<Finding>& findings) const
 {
-    std::optional<Place> first;
+    std::optional<std::size_t> first;
     std::size_t index = 0;
     for (const auto& member : m_document.GetObject()) {
-        const Place place = member.name == rootName ? placeAt(offsetOfRootMember(index)) : Place{};
-        if (member.name == rootName && !first)
-            first = place;
-        else if (member.name == rootName)
+        if (member.name == rootName && first)
             findings.push_back({&Rules::duplicateRoot,
                                 Severity::Error,
-                                place,
+                                placeAt(offsetOfRootMember(index)),
                                 {},
                                 {},
                                 "a second member \"kel\"",
                                 "The device reads the first one only; all items in this one are lost.",
                                 "one array with the items of both",
-                                first,
+                                placeAt(offsetOfRootMember(*first)),
                                 {}});
+        else if (member.name == rootName)
+            first = index;
         ++index;
     }
 }

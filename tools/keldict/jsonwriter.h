@@ -4,7 +4,7 @@
 #include <rapidjson/prettywriter.h>
 
 #include <cstdint>
-#include <iosfwd>
+#include <ostream>
 #include <string>
 #include <string_view>
 

@@ -55,7 +55,7 @@ void print(const std::string& file, const Finding& finding, const Colours& colou
         << (isError ? colours.error : colours.warning) << (isError ? "error: " : "warning: ") << colours.reset
         << itemOf(finding) << finding.what << " [" << finding.rule->code << "]\n";
     if (finding.other)
-        out << "    first:  " << (finding.other->row != 0 ? "" : "line ") << shown(*finding.other) << '\n';
+        out << "    first:  " << shown(*finding.other) << '\n';
     if (!finding.effect.empty())
         out << "    device: " << finding.effect << '\n';
     if (!finding.meant.empty())

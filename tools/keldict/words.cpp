@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <numeric>
 
 namespace Keldict {
@@ -17,6 +19,19 @@ struct Character
     char32_t code;
     std::size_t size; // bytes
 };
+
+/// How many bytes at the beginning are plain ASCII, in steps of eight: most files are nothing else.
+std::size_t plainPrefix(std::string_view bytes)
+{
+    constexpr std::uint64_t highBits = 0x8080808080808080;
+    std::size_t size = 0;
+    for (std::uint64_t eight = 0; size + sizeof eight <= bytes.size(); size += sizeof eight) {
+        std::memcpy(&eight, bytes.data() + size, sizeof eight);
+        if ((eight & highBits) != 0)
+            break;
+    }
+    return size;
+}
 
 bool isContinuation(char byte)
 {
@@ -127,6 +142,14 @@ std::size_t distance(std::string_view from, std::string_view to)
     return above[to.size()];
 }
 
+/// Whether one word is the beginning of the other.
+bool isBeginning(std::string_view a, std::string_view b)
+{
+    constexpr std::size_t shortest = 3;
+    const std::size_t common = std::min(a.size(), b.size());
+    return common >= shortest && a.substr(0, common) == b.substr(0, common);
+}
+
 bool isControl(char32_t code)
 {
     // Among them those that would change the direction of the text around them.
@@ -170,7 +193,8 @@ std::optional<std::string_view> nearest(std::string_view word, const std::vector
     std::optional<std::string_view> best;
     std::size_t smallest = std::max<std::size_t>(1, plain.size() / 3) + 1; // beyond that it is another word
     for (const std::string_view candidate : candidates) {
-        const std::size_t off = distance(plain, folded(candidate));
+        const std::string known = folded(candidate);
+        const std::size_t off = isBeginning(plain, known) ? 1 : distance(plain, known);
         if (off < smallest && off < candidate.size()) {
             smallest = off;
             best = candidate;
@@ -183,6 +207,11 @@ std::string folded(std::string_view utf8)
 {
     std::string result;
     result.reserve(utf8.size());
+    while (!utf8.empty() && static_cast<unsigned char>(utf8[0]) < 0x80) { // most names are nothing else
+        if (utf8[0] > ' ')
+            result += utf8[0] >= 'A' && utf8[0] <= 'Z' ? static_cast<char>(utf8[0] + 0x20) : utf8[0];
+        utf8.remove_prefix(1);
+    }
     forEachCharacter(utf8, [&](char32_t code, std::string_view bytes) {
         if (code == invalid)
             result += bytes;
@@ -194,7 +223,7 @@ std::string folded(std::string_view utf8)
 
 bool isUtf8(std::string_view bytes)
 {
-    while (!bytes.empty()) {
+    for (bytes.remove_prefix(plainPrefix(bytes)); !bytes.empty(); bytes.remove_prefix(plainPrefix(bytes))) {
         const Character character = firstOf(bytes);
         if (character.code == invalid)
             return false;

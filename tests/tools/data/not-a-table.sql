@@ -1,0 +1,1 @@
+CREATE VIEW kel AS SELECT 1 AS ID, 'Speed' AS NameID;

@@ -1,0 +1,4 @@
+CREATE TABLE kel(ID, NameID, CommSource, DBSource, RW, Block, ValueT, Value, DefValue, Max, Min);
+INSERT INTO kel VALUES(1,'Speed',0,0,1,2,9,5.0,1.0,10.0,0.0);
+INSERT INTO kel VALUES(2,'Mould',0,0,1,2,10,'Cap 28','','','');
+INSERT INTO kel VALUES(3,'Count',0,0,1,2,13,-1,0,5,0);

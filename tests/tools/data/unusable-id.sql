@@ -1,0 +1,3 @@
+CREATE TABLE kel(ID, NameID, CommSource, DBSource, RW, Block, ValueT, Value, DefValue, Max, Min);
+INSERT INTO kel VALUES(0,'Zero',0,0,1,2,9,5.0,1.0,10.0,0.0);
+INSERT INTO kel VALUES('x','Text',0,0,1,2,9,5.0,1.0,10.0,0.0);

@@ -1,0 +1,1 @@
+CREATE VIRTUAL TABLE kel USING fts5(ID, NameID);

@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# findings_test.sh PROGRAM: every file in data/, checked, gives the findings in the file of the same name that ends in
+# .expected: the status, then for each finding the place, the severity and the code. An .sql file makes the database.
+# With --write before the program, writes what it finds there, for a person to read.
+set -euo pipefail
+
+write=false
+if [[ ${1-} == --write ]]; then
+    write=true
+    shift
+fi
+# shellcheck source=tests/tools/lib.sh
+. "$(dirname -- "$(readlink -f -- "$0")")/lib.sh"
+
+findings_of()
+{
+    local status=0
+    "${keldict[@]}" check --strict "$1" >output 2>errors || status=$?
+    echo "status $status"
+    sed -nE "s/^$1: ?(.*)(error|warning): .*\[([a-z0-9-]+)\]\$/\1\2 \3/p" output
+}
+
+check_case()
+{
+    local file=$1 expected=$2
+    findings_of "$file" >found
+    if $write; then
+        cp found "$expected"
+    elif [[ ! -f $expected ]]; then
+        fail "$file: nothing is expected of it"
+    else
+        same "$file" "$expected" found
+    fi
+}
+
+for path in "$data"/*; do
+    name=${path##*/}
+    case $name in
+        *.expected) continue ;;
+        *.sql)
+            sqlite3 "${name%.sql}.db" <"$path"
+            check_case "${name%.sql}.db" "$path.expected"
+            ;;
+        *)
+            cp "$path" .
+            check_case "$name" "$path.expected"
+            ;;
+    esac
+done
+
+# No kind of finding goes without a file that shows it.
+"${keldict[@]}" check --format sarif clean.json | sed -nE 's/^ *"id": "([a-z0-9-]+)",?$/\1/p' | sort >codes
+cat "$data"/*.expected | sed -nE 's/.* ([a-z0-9-]+)$/\1/p' | sort -u >tested
+while read -r code; do
+    grep -qxF -e "$code" tested || fail "no file shows $code"
+done <codes
+[[ $(wc -l <codes) -gt 30 ]] || fail "the program lists $(wc -l <codes) codes"
+
+finish

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # findings_test.sh PROGRAM: every file in data/, checked, gives the findings in the file of the same name that ends in
 # .expected: the status, then for each finding the place, the severity and the code. An .sql file makes the database.
+# The variable KELDICT_LOADER names a program that loads a file with the library, to compare with.
 # With --write before the program, writes what it finds there, for a person to read.
 set -euo pipefail
 
@@ -47,6 +48,20 @@ for path in "$data"/*; do
             ;;
     esac
 done
+
+# The library itself stops at what is said to stop the device, and at nothing else.
+if [[ -n ${KELDICT_LOADER-} ]]; then
+    stops='byte-order-mark|malformed-json|empty-file|root-not-object|missing-root|root-not-array|element-not-object'
+    ulimit -c 0
+    for path in "$data"/*.json; do
+        name=${path##*/}
+        said=goes-on does=goes-on
+        ! grep -qE " ($stops)\$" "$path.expected" || said=stops
+        # shellcheck disable=SC2086 # on another processor, it is run by a command of several words
+        (exec $KELDICT_LOADER "$name" 1) >output 2>errors || does=stops
+        [[ $said == "$does" ]] || fail "$name: the library $does"
+    done
+fi
 
 # No kind of finding goes without a file that shows it.
 "${keldict[@]}" check --format sarif clean.json | sed -nE 's/^ *"id": "([a-z0-9-]+)",?$/\1/p' | sort >codes

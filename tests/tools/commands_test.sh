@@ -142,7 +142,7 @@ grep -E '^    ' output | grep -vE '^    (Max|Min): ""' && fail "more than the bo
         echo "{\"ID\": $id, \"NameID\": \"D$id\", \"CommSource\": 1, \"DBSource\": 2, \"RW\": 3, \"Block\": 4," \
             "\"ValueT\": $((8 + id % 2)), \"Value\": $value, \"DefValue\": $value, \"Max\": $value, \"Min\": $value},"
     done
-    echo '{"ID": 4294967295, "NameID": "Ümläut \"quoted\" \\ 007", "CommSource": 1, "DBSource": 2, "RW": 3, "Block": 4,'
+    printf '%s\n' '{"ID": 4294967295, "NameID": "Ümläut \"quoted\" \\ 007", "CommSource": 1, "DBSource": 2, "RW": 3, "Block": 4,'
     echo '"ValueT": 11, "Value": 7, "DefValue": 0, "Max": 9, "Min": 0}]}'
 } >types.json
 runs 0 convert types.json every.db

@@ -58,7 +58,8 @@ if [[ -n ${KELDICT_LOADER-} ]]; then
         said=goes-on does=goes-on
         ! grep -qE " ($stops)\$" "$path.expected" || said=stops
         # shellcheck disable=SC2086 # on another processor, it is run by a command of several words
-        (exec $KELDICT_LOADER "$name" 1) >output 2>errors || does=stops
+        { (exec $KELDICT_LOADER "$name" 1) >output 2>errors || does=stops; } 2>/dev/null
+        [[ $name != deep-* ]] || continue # that depends on the stack
         [[ $said == "$does" ]] || fail "$name: the library $does"
     done
 fi

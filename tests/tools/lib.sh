@@ -6,7 +6,7 @@ keldict=("$@")
 data=$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/data
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-cd "$folder"
+cd "$folder" || exit
 failures=0
 
 # fail MESSAGE: goes on with the next case

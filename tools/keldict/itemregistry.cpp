@@ -7,38 +7,39 @@
 namespace Keldict {
 
 ItemRegistry::ItemRegistry(PlaceOfItem placeOf, std::size_t expected, std::vector<Finding>& findings)
-    : m_placeOf(std::move(placeOf)), m_findings(findings)
+    : m_placeOf(std::move(placeOf)), m_findings(findings), m_ids(expected), m_byName(expected), m_byFoldedName(expected)
 {
-    m_ids.reserve(expected);
-    m_names.reserve(expected);
-    m_foldedNames.reserve(expected);
+    m_entries.reserve(expected);
 }
 
 void ItemRegistry::add(const CheckedItem& item, std::size_t n)
 {
     const std::uint32_t id = item.record.ID;
-    const auto [idEntry, idIsNew] = m_ids.try_emplace(id, n);
-    const auto [name, nameIsNew] = m_names.try_emplace(item.record.NameID, Entry{n, id, nullptr});
-    name->second.name = &name->first;
+    const std::string_view name = item.record.NameID;
+    const auto entry = static_cast<std::uint32_t>(m_entries.size());
+    m_entries.push_back({n, m_names.size(), name.size(), id});
+    m_names += name;
 
-    if (!idIsNew)
-        reportDuplicateId(item, idEntry->second, name->second);
-    if (!nameIsNew && name->second.id != id)
-        reportDuplicateName(item, name->second);
-    if (nameIsNew)
-        checkSimilarName(item, name->second);
+    const auto withId = m_ids.findOrAdd(id, entry, [&](std::uint32_t other) { return m_entries[other].id == id; });
+    const auto named = m_byName.findOrAdd(std::hash<std::string_view>()(name), entry,
+                                          [&](std::uint32_t other) { return nameOf(m_entries[other]) == name; });
+    if (withId != entry)
+        reportDuplicateId(item, m_entries[withId], m_entries[named]);
+    if (named == entry)
+        checkSimilarName(item, entry);
+    else if (m_entries[named].id != id)
+        reportDuplicateName(item, m_entries[named]);
 }
 
-void ItemRegistry::reportDuplicateId(const CheckedItem& item, std::size_t first, const Entry& named)
+void ItemRegistry::reportDuplicateId(const CheckedItem& item, const Entry& first, const Entry& named)
 {
-    const Place other = m_placeOf(first);
     std::string effect = "The item is lost: the first one with this ID stays.";
-    if (named.id == item.record.ID && named.n != first)
+    if (named.id == item.record.ID && named.n != first.n)
         effect += " The name " + inQuotes(item.record.NameID) + " leads to that one.";
     Finding finding = warning(Rules::duplicateId, item, Field::ID, "ID " + std::to_string(item.record.ID) + " is taken",
                               std::move(effect));
     finding.severity = Severity::Error;
-    finding.other = other;
+    finding.other = m_placeOf(first.n);
     m_findings.push_back(std::move(finding));
 }
 
@@ -52,16 +53,20 @@ void ItemRegistry::reportDuplicateName(const CheckedItem& item, const Entry& fir
     m_findings.push_back(std::move(finding));
 }
 
-void ItemRegistry::checkSimilarName(const CheckedItem& item, const Entry& entry)
+void ItemRegistry::checkSimilarName(const CheckedItem& item, std::uint32_t entry)
 {
-    const auto [first, isNew] = m_foldedNames.try_emplace(folded(item.record.NameID), entry);
-    if (isNew)
+    const std::string plain = folded(item.record.NameID);
+    const auto found = m_byFoldedName.findOrAdd(std::hash<std::string>()(plain), entry, [&](std::uint32_t other) {
+        return folded(nameOf(m_entries[other])) == plain;
+    });
+    if (found == entry)
         return;
-    Finding finding = warning(Rules::similarName, item, Field::NameID,
-                              inQuotes(item.record.NameID) + " beside " + inQuotes(*first->second.name) + " of item " +
-                                  std::to_string(first->second.id),
-                              "They are two names: who looks for one does not find the other.");
-    finding.other = m_placeOf(first->second.n);
+    const Entry& first = m_entries[found];
+    Finding finding = warning(
+        Rules::similarName, item, Field::NameID,
+        inQuotes(item.record.NameID) + " beside " + inQuotes(nameOf(first)) + " of item " + std::to_string(first.id),
+        "They are two names: who looks for one does not find the other.");
+    finding.other = m_placeOf(first.n);
     m_findings.push_back(std::move(finding));
 }
 

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "finding.h"
+#include "hashindex.h"
 #include "itemrules.h"
 
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
 namespace Keldict {
@@ -23,27 +24,29 @@ public:
     void add(const CheckedItem& item, std::size_t n);
 
     /// How many items the device would hold.
-    std::size_t count() const { return m_ids.size(); }
+    std::size_t count() const { return m_ids.count(); }
 
 private:
     struct Entry
     {
         std::size_t n;
+        std::size_t nameBegin;
+        std::size_t nameSize;
         std::uint32_t id;
-        const std::string* name; ///< as spelled there
     };
 
-    using Names = std::unordered_map<std::string, Entry>;
-
-    void reportDuplicateId(const CheckedItem& item, std::size_t first, const Entry& named);
+    std::string_view nameOf(const Entry& entry) const { return {m_names.data() + entry.nameBegin, entry.nameSize}; }
+    void reportDuplicateId(const CheckedItem& item, const Entry& first, const Entry& named);
     void reportDuplicateName(const CheckedItem& item, const Entry& first);
-    void checkSimilarName(const CheckedItem& item, const Entry& entry);
+    void checkSimilarName(const CheckedItem& item, std::uint32_t entry);
 
     const PlaceOfItem m_placeOf;
     std::vector<Finding>& m_findings;
-    std::unordered_map<std::uint32_t, std::size_t> m_ids;
-    Names m_names;
-    Names m_foldedNames;
+    std::vector<Entry> m_entries;
+    std::string m_names; // one after the other
+    HashIndex m_ids;
+    HashIndex m_byName;
+    HashIndex m_byFoldedName;
 };
 
 } // namespace Keldict

@@ -16,8 +16,8 @@ bool isSeparator(char c)
 constexpr std::array<bool, 256> makeMarks()
 {
     std::array<bool, 256> marks{};
-    for (const unsigned char mark : {'"', '{', '}', '[', ']'})
-        marks[mark] = true;
+    for (const char mark : {'"', '{', '}', '[', ']'})
+        marks[static_cast<unsigned char>(mark)] = true;
     return marks;
 }
 

@@ -72,4 +72,11 @@ while read -r code; do
 done <codes
 [[ $(wc -l <codes) -gt 30 ]] || fail "the program lists $(wc -l <codes) codes"
 
+# The shells complete --accept with every warning there is.
+"${keldict[@]}" check --format sarif clean.json >log
+warnings=$(sed -n '/"id":/h; /"level": "warning"/{x;p}' log | sed -E 's/.*"id": "([a-z0-9-]+)".*/\1/')
+for completion in "$data"/../../../tools/keldict/completion/*; do
+    grep -qF -e "'${warnings//$'\n'/ }'" "$completion" || fail "$completion lists other warnings than ${warnings//$'\n'/ }"
+done
+
 finish

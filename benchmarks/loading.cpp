@@ -26,7 +26,8 @@ void removeLocalDatabase()
 
 void checkLoaded(benchmark::State& state, const World& world, const CkelMemoryDataStorage& storage)
 {
-    for (const tagStorageData& item : world.items) {
+    for (std::size_t i = 0; i < world.size(); i += world.checkStep()) {
+        const tagStorageData& item = world.items[i];
         if (!storage.queryValue(item.ID).cmp(item.Value) || storage.ID(item.NameID) != item.ID)
             return check(state, false, "an item was loaded wrongly");
     }

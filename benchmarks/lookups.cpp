@@ -12,7 +12,8 @@ namespace {
 
 void checkLookups(benchmark::State& state, const World& world, const CkelAbstractDataStorage& storage)
 {
-    for (const tagStorageData& item : world.items) {
+    for (std::size_t i = 0; i < world.size(); i += world.checkStep()) {
+        const tagStorageData& item = world.items[i];
         if (!storage.queryValue(item.ID).cmp(item.Value) || !storage.queryValue(item.NameID).cmp(item.Value))
             return check(state, false, "a looked-up value is not the item's");
     }

@@ -45,14 +45,25 @@ std::int64_t stepAll(sqlite3_stmt* select)
     return rows;
 }
 
-void sqliteRows(benchmark::State& state, World& world, const char* sql, MemoryTable::Index index)
+std::vector<tagStorageData> markedItems(World& world)
 {
     prepare(world);
-    std::vector<tagStorageData> marked;
-    for (const tagStorageData& item : world.items)
-        marked.push_back(world.bareItems.find(item.ID)->second);
-    const MemoryTable table(marked, index);
-    const Statement select(table, sql);
+    std::vector<tagStorageData> items = world.items;
+    for (tagStorageData& item : items)
+        item.Dirty = world.bareItems.find(item.ID)->second.Dirty;
+    return items;
+}
+
+const MemoryTable& tableOf(World& world, MemoryTable::Index index)
+{
+    static const MemoryTable unindexed(markedItems(world), MemoryTable::Unindexed);
+    static const MemoryTable indexed(markedItems(world), MemoryTable::ByAll);
+    return index == MemoryTable::Unindexed ? unindexed : indexed;
+}
+
+void sqliteRows(benchmark::State& state, World& world, const char* sql, MemoryTable::Index index)
+{
+    const Statement select(tableOf(world, index), sql);
     for (auto _ : state)
         benchmark::DoNotOptimize(stepAll(select));
 }

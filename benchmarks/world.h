@@ -27,6 +27,10 @@ public:
     explicit World(std::size_t size);
 
     std::size_t size() const { return items.size(); }
+
+    /// Checks look at 5,000 items spread over the dictionary: all of the smallest.
+    std::size_t checkStep() const { return size() / 5000; }
+
     const tagStorageData& item(std::size_t position) const { return items[order[position]]; }
 
     /// An item that holds no text.

@@ -154,10 +154,11 @@ void killOneWriter(std::mt19937& random, Progress& progress, bool synced)
         writeUntilKilled(progress, synced);
         _exit(1);
     }
-    // The first block has to be on its way: what is to be tested is the writing.
-    while (progress.begun == before && waitpid(child, nullptr, WNOHANG) == 0)
+    // Some blocks have to be on their way, however slow the machine: what is to be tested is the writing.
+    const long long wanted = before + std::uniform_int_distribution<int>(1, 8)(random);
+    while (progress.begun < wanted && waitpid(child, nullptr, WNOHANG) == 0)
         std::this_thread::sleep_for(std::chrono::microseconds(100));
-    std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(0, 60000)(random)));
+    std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(0, 20000)(random)));
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
 }

@@ -212,10 +212,10 @@ TEST_F(OutOfMemory, AWholeRecordIsUpdatedOrNot)
 {
     tagStorageData text = someItems()[4];
     text.RW = 9;
-    text.Value = std::string(longText) + "?";
-    text.DefValue = std::string(longText) + "def";
-    text.Max = std::string(longText) + "max";
-    text.Min = std::string(longText) + "min";
+    text.Value = -1.2345678901234567e-100; // numbers, so that each has to become a text
+    text.DefValue = -2.2345678901234567e-100;
+    text.Max = -3.2345678901234567e-100;
+    text.Min = -4.2345678901234567e-100;
     EXPECT_GT(allOrNothing([&](auto& storage) { storage.updateData(text, false); }), 5);
 }
 

@@ -217,6 +217,7 @@ FaultyVfs::FaultyVfs()
     fileSystem().xDelete = deleteFile;
     fileSystem().xAccess = accessFile;
     fileSystem().xSleep = sleepFor;
+    state(); // made before a call through SQLite could run out of memory for it
     sqlite3_vfs_register(&fileSystem(), 1);
 }
 

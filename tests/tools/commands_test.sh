@@ -73,7 +73,7 @@ runs 0 check long.json
 
 head -c 1000000 /dev/zero | tr '\0' '[' >deep.json
 runs 2 check deep.json
-says 'deep-nesting'
+says 'malformed-json'
 
 # Formats
 

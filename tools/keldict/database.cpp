@@ -173,8 +173,15 @@ int Database::lookForTable()
         return SQLITE_OK;
     if (result != SQLITE_ROW)
         return result;
-    m_table = sqlite3_column_int(find.handle(), 0) > 0 ? Table::Present : Table::View; // only tables have pages
+    const bool hasPages = sqlite3_column_int(find.handle(), 0) > 0; // only tables have
+    m_table = hasPages && !computesColumns() ? Table::Present : Table::View;
     return m_table == Table::Present ? readColumns() : SQLITE_OK;
+}
+
+bool Database::computesColumns() const
+{
+    const CkelSqliteStatement find(m_connection.get(), "SELECT 1 FROM pragma_table_xinfo('kel') WHERE hidden > 0");
+    return find.isValid() && sqlite3_step(find.handle()) == SQLITE_ROW;
 }
 
 int Database::readColumns()

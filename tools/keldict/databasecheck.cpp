@@ -227,8 +227,8 @@ bool checkTable(Database& database, std::vector<Finding>& findings)
         findings.push_back(ofFile(Rules::notADatabase, "the file is no SQLite database", nothing));
         return false;
     case Database::Table::View:
-        findings.push_back(ofFile(Rules::notATable, "\"kel\" is a view or a virtual table",
-                                  "The device runs it, whatever it is; this tool does not.", "a table"));
+        findings.push_back(ofFile(Rules::notATable, "\"kel\" is a view, a virtual table, or one with computed columns",
+                                  nothing, "a table"));
         return false;
     case Database::Table::Missing: {
         const auto tables = database.tables();

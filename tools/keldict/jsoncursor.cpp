@@ -84,23 +84,4 @@ void JsonCursor::skipValue()
         m_offset = std::min(m_text.find_first_of(" \n\r\t,:]}", m_offset), m_text.size());
 }
 
-std::size_t nestingDepth(std::string_view text)
-{
-    std::size_t depth = 0;
-    std::size_t deepest = 0;
-    for (std::size_t offset = nextMark(text, 0); offset < text.size(); offset = nextMark(text, offset)) {
-        const char c = text[offset];
-        if (c == '"') {
-            offset = endOfString(text, offset);
-            continue;
-        }
-        if (c == '{' || c == '[')
-            deepest = std::max(deepest, ++depth);
-        else if (depth > 0 && (c == '}' || c == ']'))
-            --depth;
-        ++offset;
-    }
-    return deepest;
-}
-
 } // namespace Keldict

@@ -28,8 +28,4 @@ private:
     std::size_t m_offset;
 };
 
-/// How deep arrays and objects are nested at most. On text that is no JSON: at least as deep as a parser would get
-/// before it meets the error.
-std::size_t nestingDepth(std::string_view text);
-
 } // namespace Keldict

@@ -14,39 +14,11 @@ namespace Keldict {
 namespace {
 
 constexpr const char* rootName = "kel";
-constexpr std::size_t deepestNesting = 1000; // a thread's stack on a device holds that; a dictionary needs three
 constexpr const char* stops = "The device stops when it reads this file.";
 
 Finding fatal(const Rule& rule, Place place, std::string what, std::string meant = {})
 {
     return {&rule, Severity::Error, place, {}, {}, std::move(what), stops, std::move(meant), {}, {}};
-}
-
-/// Stops the parser where arrays or objects are nested too deeply.
-struct DepthLimit : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, DepthLimit>
-{
-    bool StartObject() { return ++depth <= deepestNesting; }
-    bool StartArray() { return ++depth <= deepestNesting; }
-    bool EndObject(rapidjson::SizeType /*members*/) { return leave(); }
-    bool EndArray(rapidjson::SizeType /*elements*/) { return leave(); }
-
-    std::size_t depth = 0;
-
-private:
-    bool leave()
-    {
-        --depth;
-        return true;
-    }
-};
-
-/// Parses without going deeper on the stack than the text is nested, which the usual way does.
-rapidjson::ParseResult parseFlat(const char* text)
-{
-    DepthLimit limit;
-    rapidjson::StringStream stream(text);
-    rapidjson::Reader reader;
-    return reader.Parse<rapidjson::kParseIterativeFlag>(stream, limit);
 }
 
 bool begins(const std::string& bytes, std::string_view with)
@@ -96,19 +68,7 @@ JsonDictionary::JsonDictionary(std::string bytes, std::vector<Finding>& findings
 
 bool JsonDictionary::parse(std::vector<Finding>& findings)
 {
-    if (nestingDepth(m_text) > deepestNesting) {
-        const rapidjson::ParseResult result = parseFlat(m_text.data());
-        if (result.Code() == rapidjson::kParseErrorTermination) {
-            findings.push_back(
-                fatal(Rules::deepNesting, placeAt(result.Offset()),
-                      "more than " + std::to_string(deepestNesting) + " arrays or objects in each other"));
-            findings.back().effect = "The device may run out of stack when it reads this file, and crash.";
-            return false;
-        }
-        m_document.Parse<rapidjson::kParseIterativeFlag>(m_text.data());
-    } else {
-        m_document.Parse(m_text.data());
-    }
+    m_document.Parse<rapidjson::kParseIterativeFlag>(m_text.data()); // as the library does
     if (m_document.HasParseError())
         reportParseError(findings);
     return !m_document.HasParseError();

@@ -5,7 +5,6 @@ namespace Keldict::Rules {
 const Rule emptyFile{"empty-file", Severity::Error, "The file holds nothing"};
 const Rule byteOrderMark{"byte-order-mark", Severity::Error, "The file begins with a byte order mark"};
 const Rule malformedJson{"malformed-json", Severity::Error, "The text is not strict JSON"};
-const Rule deepNesting{"deep-nesting", Severity::Error, "Arrays or objects are nested too deeply"};
 const Rule rootNotObject{"root-not-object", Severity::Error, "The outermost value is no object"};
 const Rule missingRoot{"missing-root", Severity::Error, "The outermost object has no member \"kel\""};
 const Rule rootNotArray{"root-not-array", Severity::Error, "The member \"kel\" is no array"};
@@ -53,7 +52,6 @@ const std::vector<const Rule*>& all()
     static const std::vector<const Rule*> rules{&emptyFile,
                                                 &byteOrderMark,
                                                 &malformedJson,
-                                                &deepNesting,
                                                 &rootNotObject,
                                                 &missingRoot,
                                                 &rootNotArray,

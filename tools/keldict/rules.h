@@ -25,7 +25,6 @@ namespace Rules {
 extern const Rule emptyFile;
 extern const Rule byteOrderMark;
 extern const Rule malformedJson;
-extern const Rule deepNesting;
 extern const Rule rootNotObject;
 extern const Rule missingRoot;
 extern const Rule rootNotArray;

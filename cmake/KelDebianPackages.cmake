@@ -1,12 +1,13 @@
-# Two Debian packages of the installed tree: the libraries, and what building on them takes. Made by scripts/package,
+# Three Debian packages of the installed tree: the libraries, what building on them takes, and the tools. Made by scripts/package,
 # which also sets SOURCE_DATE_EPOCH: the same sources give the same packages.
 set(runtime libkel-datastorage${PROJECT_VERSION_MAJOR})
 set(development libkel-datastorage-dev)
+set(tools kel-datastorage-tools)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "libkel_datastorage developers <libkel-datastorage@example.com>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_ALL runtime development tools)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
@@ -33,7 +34,8 @@ ${what}
 
 This package holds the shared libraries.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/kernel ${PROJECT_BINARY_DIR}/database)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+  ${PROJECT_BINARY_DIR}/kernel ${PROJECT_BINARY_DIR}/database ${PROJECT_BINARY_DIR}/datastorage)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
@@ -45,6 +47,15 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} - development f
 ${what}
 
 This package holds the headers, the CMake package and the pkg-config file.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime} (= ${version})")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "checks, converts, shows and compares data dictionaries
+keldict tells those who write a data dictionary for libkel_datastorage what
+a device would do with it: where it would stop, what it would lose, and what
+it would change without a word.")
 
 string(TIMESTAMP KEL_PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(packaging/debian/changelog.in changelog.Debian @ONLY)

@@ -402,7 +402,7 @@ void readAcceptances(const JsonDictionary& dictionary, Acceptances& accepted, st
     const auto list = own->value.IsObject() ? own->value.FindMember("accept") : own;
     if (!own->value.IsObject() || list == own->value.MemberEnd() || !list->value.IsObject()) {
         findings.push_back(
-            wrongAcceptance(place, "\"keldict\" holds no object \"accept\"", "{\"accept\": {\"code\": \"reason\"}}"));
+            wrongAcceptance(place, R"("keldict" holds no object "accept")", R"({"accept": {"code": "reason"}})"));
         return;
     }
     for (const auto& entry : list->value.GetObject())

@@ -53,7 +53,7 @@ std::string whatOf(rapidjson::ParseErrorCode code)
         return "a comma or \"]\" is missing here";
     case rapidjson::kParseErrorStringUnicodeEscapeInvalidHex:
     case rapidjson::kParseErrorStringUnicodeSurrogateInvalid:
-        return "an escape \"\\u\" of no character";
+        return R"(an escape "\u" of no character)";
     case rapidjson::kParseErrorStringEscapeInvalid:
         return "an unknown escape, or a control character, in a text";
     case rapidjson::kParseErrorStringMissQuotationMark:
@@ -128,7 +128,7 @@ std::string meantAt(std::string_view text, rapidjson::ParseErrorCode code, std::
         if (text[offset] == '"' || text[offset] == '{')
             return "put a comma in front of this";
     }
-    if (const std::string meant = meantByCharacter(text, offset); !meant.empty())
+    if (std::string meant = meantByCharacter(text, offset); !meant.empty())
         return meant;
     if (code == rapidjson::kParseErrorValueInvalid)
         return meantByWord(wordAt(text, offset));

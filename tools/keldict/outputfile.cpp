@@ -49,7 +49,7 @@ fs::path folderOf(const fs::path& path)
 
 } // namespace
 
-OutputFile::OutputFile(fs::path path, bool replace) : m_path(resolved(path)), m_replace(replace)
+OutputFile::OutputFile(const fs::path& path, bool replace) : m_path(resolved(path)), m_replace(replace)
 {
     if (!replace && isThere(m_path))
         throw Failure(Unreadable, m_path.string() + " is there already; --force replaces it");

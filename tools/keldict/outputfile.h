@@ -11,7 +11,7 @@ class OutputFile
 public:
     /// Makes the file to write into. Ends with `Unreadable` when there is a file already, unless `replace` is given, or
     /// when it cannot be made.
-    OutputFile(std::filesystem::path path, bool replace);
+    OutputFile(const std::filesystem::path& path, bool replace);
 
     /// Removes what was not published.
     ~OutputFile();

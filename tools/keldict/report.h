@@ -15,7 +15,7 @@ enum class Format
 };
 
 /// The findings for people to read, and a line that sums them up.
-void reportText(const std::vector<FileFindings>& files, bool colours, std::ostream& out);
+void reportText(const std::vector<FileFindings>& files, bool inColour, std::ostream& out);
 
 /// The findings as one JSON object.
 void reportJson(const std::vector<FileFindings>& files, std::ostream& out);

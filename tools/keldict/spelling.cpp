@@ -7,7 +7,6 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <optional>
 
@@ -24,10 +23,10 @@ bool readsAs(const std::string& spelling, double number)
     if (document.HasParseError() || !document.IsDouble())
         return false;
     const double read = document.GetDouble();
-    return std::memcmp(&read, &number, sizeof number) == 0;
+    return read == number && std::signbit(read) == std::signbit(number);
 }
 
-std::string withPoint(std::string digits)
+std::string withPoint(const std::string& digits)
 {
     return digits.find_first_of(".e") == std::string::npos ? digits + ".0" : digits;
 }
@@ -71,12 +70,12 @@ double finite(double number)
 std::string jsonOf(double number)
 {
     number = finite(number);
-    const std::string shortest = spelled(number);
+    std::string shortest = spelled(number);
     if (readsAs(shortest, number))
         return shortest;
     constexpr int mostDigits = 19;
     for (int digits = std::numeric_limits<double>::digits10; digits <= mostDigits; ++digits) {
-        const std::string spelling = spelled(number, std::chars_format::scientific, digits);
+        std::string spelling = spelled(number, std::chars_format::scientific, digits);
         if (readsAs(spelling, number))
             return spelling;
     }

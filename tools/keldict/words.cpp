@@ -165,9 +165,10 @@ std::string escaped(char32_t code, std::string_view bytes)
         return std::string(bytes);
     std::array<char, 16> text{};
     if (code == invalid)
-        std::snprintf(text.data(), text.size(), "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(bytes[0])));
+        static_cast<void>(std::snprintf(text.data(), text.size(), "\\x%02X",
+                                        static_cast<unsigned>(static_cast<unsigned char>(bytes[0]))));
     else
-        std::snprintf(text.data(), text.size(), "\\u%04X", static_cast<unsigned>(code));
+        static_cast<void>(std::snprintf(text.data(), text.size(), "\\u%04X", static_cast<unsigned>(code)));
     return text.data();
 }
 

@@ -9,9 +9,12 @@ set(pages
   README.md
   CHANGELOG.md
   docs/abi.md
+  docs/benchmarks.md
   docs/contributing.md
   docs/dictionary.md
-  docs/kernel.md)
+  docs/keldict.md
+  docs/kernel.md
+  docs/reliability.md)
 
 set(headers)
 foreach(library IN ITEMS kernel database datastorage)

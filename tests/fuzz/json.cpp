@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 
 using KelFuzz::require;
 using Ombrin::tagStorageData;
@@ -117,7 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     file.set(bytes);
     // Parsed by recursion, which the library does without.
-    static std::array<char, 262144> memory;
+    alignas(std::max_align_t) static std::array<char, 262144> memory;
     rapidjson::MemoryPoolAllocator<> pool(memory.data(), memory.size());
     rapidjson::Document document(&pool);
     document.Parse(bytes.c_str());

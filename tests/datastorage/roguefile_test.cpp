@@ -418,9 +418,14 @@ TEST_F(RogueFile, APipeIsDoneWithout)
 TEST_F(RogueFile, AFileOfAnotherOwnerStaysTheirs)
 {
     constexpr uid_t nobody = 65534;
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only the superuser gives files away";
     makeSaved("");
+    if (geteuid() != 0) { // cannot give it away, and meets a foreign file as one that is closed
+        ASSERT_EQ(chmod(localFile, 0), 0);
+        expectConfiguredItemsAlone();
+        ASSERT_EQ(chmod(localFile, 0600), 0);
+        EXPECT_EQ(Database(localFile).rows("SELECT ID, Value FROM kel").size(), 2U);
+        return;
+    }
     ASSERT_EQ(chown(localFile, nobody, nobody), 0);
     ASSERT_EQ(chmod(localFile, 0600), 0);
     expectSavedValues();

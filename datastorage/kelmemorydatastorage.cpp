@@ -1,6 +1,7 @@
 #include "datastorage/kelmemorydatastorage.h"
 
 #include "database/kelsqlitedb.h"
+#include "datastorage/kelitemindex.h"
 #include "datastorage/kelmemorydb.h"
 #include "datastorage/kelparsedbjson.h"
 #include "datastorage/kelrowvalues.h"
@@ -11,8 +12,6 @@
 #include "kernel/kelfile.h"
 
 #include <iostream>
-#include <iterator>
-#include <stdexcept>
 #include <utility>
 
 namespace Ombrin {
@@ -117,30 +116,39 @@ CkelMutex* CkelMemoryDataStorage::mutex()
 
 // Indexes
 
-void CkelMemoryDataStorage::Indexes::add(const tagStorageData& record)
+struct CkelMemoryDataStorage::Indexes
 {
-    ids.try_emplace(record.ID, record);
-    names.try_emplace(record.NameID, record.ID);
-    anyDeleted = anyDeleted || record.Dirty == DirtyDeleted;
-}
+    std::unique_ptr<IDMap> ids = std::make_unique<IDMap>();
+    std::unique_ptr<NameMap> names = std::make_unique<NameMap>(*ids);
+    bool anyDeleted = false;
+
+    void reserve(std::size_t count)
+    {
+        ids->reserve(count);
+        names->reserve(count);
+    }
+
+    /// The first of equal IDs and the first of equal names counts.
+    void add(const tagStorageData& record)
+    {
+        if (!ids->find(record.ID))
+            ids->insert(std::make_unique<tagStorageData>(record));
+        names->insert(record);
+        anyDeleted = anyDeleted || record.Dirty == DirtyDeleted;
+    }
+};
 
 void CkelMemoryDataStorage::adopt(Indexes&& indexes)
 {
-    if (!m_idMap) { // both or none
-        auto names = std::make_unique<NameMap>();
-        m_idMap = std::make_unique<IDMap>();
-        m_nameMap = std::move(names);
-    }
-    m_idMap->swap(indexes.ids);
-    m_nameMap->swap(indexes.names);
+    m_idMap.swap(indexes.ids);
+    m_nameMap.swap(indexes.names);
     m_anyDeleted = indexes.anyDeleted;
 }
 
 void CkelMemoryDataStorage::indexRecords(const std::vector<tagStorageData>& records)
 {
     Indexes indexes;
-    indexes.ids.reserve(records.size());
-    indexes.names.reserve(records.size());
+    indexes.reserve(records.size());
     for (const tagStorageData& record : records) {
         if (record.ID != 0)
             indexes.add(record);
@@ -150,10 +158,7 @@ void CkelMemoryDataStorage::indexRecords(const std::vector<tagStorageData>& reco
 
 tagStorageData* CkelMemoryDataStorage::find(unsigned int id) const
 {
-    if (!m_idMap)
-        return nullptr;
-    const auto item = m_idMap->find(id);
-    return item != m_idMap->end() ? &item->second : nullptr;
+    return m_idMap ? m_idMap->find(id) : nullptr;
 }
 
 bool CkelMemoryDataStorage::isLive(const tagStorageData& item) const
@@ -169,15 +174,8 @@ tagStorageData* CkelMemoryDataStorage::findLive(unsigned int id) const
 
 const tagStorageData* CkelMemoryDataStorage::findLive(const std::string& nameID) const
 {
-    if (!m_nameMap)
-        return nullptr;
-    const auto name = m_nameMap->find(nameID);
-    if (name == m_nameMap->end())
-        return nullptr;
-    const tagStorageData* const item = find(name->second);
-    if (!item)
-        throw std::out_of_range("_Map_base::at");
-    return isLive(*item) ? item : nullptr;
+    const tagStorageData* const item = m_nameMap ? m_nameMap->find(nameID) : nullptr;
+    return item && isLive(*item) ? item : nullptr;
 }
 
 /// What a query by name answers for: a name that leads nowhere means ID 0, under which a damaged local database may
@@ -266,6 +264,7 @@ bool CkelMemoryDataStorage::loadLocalDB()
         return true;
     }
     Indexes indexes;
+    indexes.reserve(m_loadedData.size());
     for (const tagStorageData& record : m_loadedData)
         indexes.add(record);
     adopt(std::move(indexes));
@@ -411,14 +410,11 @@ void CkelMemoryDataStorage::insertData(const tagStorageData& record)
             std::cout << "CkelMemoryDataStorage::insertData: ID= " << record.ID << " Already Exists" << std::endl;
         return;
     }
-    const auto item = m_idMap->emplace(record.ID, record).first;
-    item->second.Dirty = DirtyInserted;
-    try {
-        m_nameMap->try_emplace(record.NameID, record.ID);
-    } catch (...) {
-        m_idMap->erase(item); // an item that its name does not find is none
-        throw;
-    }
+    auto item = std::make_unique<tagStorageData>(record);
+    item->Dirty = DirtyInserted;
+    m_nameMap->reserve(m_nameMap->size() + 1); // first: an item that its name does not find is none
+    m_idMap->insert(std::move(item));
+    m_nameMap->insert(record);
 }
 
 void CkelMemoryDataStorage::insertDataList(const std::vector<tagStorageData>& records)
@@ -462,10 +458,10 @@ std::vector<unsigned int> CkelMemoryDataStorage::select(Test test) const
     std::vector<unsigned int> ids;
     if (!m_idMap)
         return ids;
-    for (const auto& [id, item] : *m_idMap) {
+    m_idMap->forEach([&](const tagStorageData& item) {
         if (test(item))
             ids.push_back(item.ID);
-    }
+    });
     return ids;
 }
 
@@ -616,11 +612,10 @@ void CkelMemoryDataStorage::pushDeleted()
     for (std::size_t i = 0; i < ids.size(); ++i)
         records[i].ID = ids[i];
     m_memoryDB->push({tagDBBlock::Delete, std::move(records)}); // first: without memory for it, nothing is removed
-    for (const unsigned int id : ids)
+    for (const unsigned int id : ids) {
+        m_nameMap->erase(*find(id));
         m_idMap->erase(id);
-    // Several names may lead to one item, and a name may lead to another item than the one that bears it.
-    for (auto name = m_nameMap->begin(); name != m_nameMap->end();)
-        name = m_idMap->count(name->second) != 0 ? std::next(name) : m_nameMap->erase(name);
+    }
     m_anyDeleted = false;
 }
 
@@ -729,10 +724,10 @@ void CkelMemoryDataStorage::reset()
 {
     if (!m_idMap)
         return;
-    for (auto& [id, item] : *m_idMap) {
+    m_idMap->forEach([](tagStorageData& item) {
         item.Value = item.DefValue;
         item.Dirty = DirtyModified;
-    }
+    });
     m_anyDeleted = false;
 }
 

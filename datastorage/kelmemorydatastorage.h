@@ -6,7 +6,6 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace Ombrin {
@@ -174,17 +173,9 @@ protected:
     void indexRecords(const std::vector<tagStorageData>& records);
 
 private:
-    using IDMap = std::unordered_map<unsigned int, tagStorageData>;
-    using NameMap = std::unordered_map<std::string, unsigned int>;
-
-    struct Indexes
-    {
-        IDMap ids;
-        NameMap names;
-        bool anyDeleted = false;
-
-        void add(const tagStorageData& record);
-    };
+    class IDMap;
+    class NameMap;
+    struct Indexes;
 
     void adopt(Indexes&& indexes);
     void restoreValues();

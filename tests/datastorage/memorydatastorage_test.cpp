@@ -1,3 +1,4 @@
+#include "datastorage/kelitemindex.h"
 #include "tests/datastorage/storagefixture.h"
 
 #include <stdexcept>

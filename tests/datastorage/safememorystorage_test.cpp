@@ -1,4 +1,5 @@
 #include "datastorage/keldatastoragefactory.h"
+#include "datastorage/kelitemindex.h"
 #include "datastorage/kelsafememorystorage.h"
 #include "tests/datastorage/storagefixture.h"
 

@@ -1,0 +1,151 @@
+#pragma once
+// Private to datastorage/: not installed.
+
+#include "datastorage/kelmemorydatastorage.h"
+#include "datastorage/kelopentable.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace Ombrin {
+
+/// The items by ID. Their records keep their addresses.
+class CkelMemoryDataStorage::IDMap
+{
+public:
+    std::size_t size() const { return m_table.size(); }
+    void reserve(std::size_t count) { m_table.reserve(count); }
+
+    /// Null for an ID that is not there.
+    tagStorageData* find(unsigned int id) const { return slotOf(id).record.get(); }
+
+    /// Takes a record whose ID is not there yet. Without memory for it, throws and leaves the map as it was.
+    void insert(std::unique_ptr<tagStorageData> record)
+    {
+        const unsigned int id = record->ID;
+        m_table.insert({id, std::move(record)});
+    }
+
+    /// The ID need not be there.
+    void erase(unsigned int id)
+    {
+        const Slot& slot = slotOf(id);
+        if (!slot.isEmpty())
+            m_table.erase(slot);
+    }
+
+    /// Calls `visit` with each record, in no particular order.
+    template <typename Visit>
+    void forEach(Visit visit) const
+    {
+        for (const Slot& slot : m_table.slots()) {
+            if (!slot.isEmpty())
+                visit(*slot.record);
+        }
+    }
+
+private:
+    struct Slot
+    {
+        std::uint32_t key = 0;
+        std::unique_ptr<tagStorageData> record;
+
+        bool isEmpty() const { return !record; }
+    };
+
+    const Slot& slotOf(unsigned int id) const
+    {
+        return m_table.find(id, [](const Slot& /*slot*/) { return true; });
+    }
+
+    OpenTable<Slot> m_table;
+};
+
+/// The IDs by name. The names are the records' own; only those that an item does not bear itself are kept here.
+class CkelMemoryDataStorage::NameMap
+{
+public:
+    explicit NameMap(const IDMap& items) : m_items(items) {}
+
+    std::size_t size() const { return m_table.size() + m_others.size(); }
+    void reserve(std::size_t count) { m_table.reserve(count); }
+
+    /// The item that the name leads to, null for an unknown name. Throws when there is no such item.
+    tagStorageData* find(const std::string& name) const
+    {
+        if (tagStorageData* const item = bearerOf(name, keyOf(name)))
+            return item;
+        if (m_others.empty())
+            return nullptr;
+        const auto other = m_others.find(name);
+        return other != m_others.end() ? &itemOf(other->second) : nullptr;
+    }
+
+    /// Lets the record's name lead to its ID, under which there is an item, unless the name is known already. Without
+    /// memory for it, throws and leaves the map as it was.
+    void insert(const tagStorageData& record)
+    {
+        const std::string& name = record.NameID;
+        const std::uint32_t key = keyOf(name);
+        if (bearerOf(name, key) || m_others.count(name) != 0)
+            return;
+        if (record.ID != 0 && itemOf(record.ID).NameID == name)
+            m_table.insert({key, record.ID});
+        else
+            m_others.emplace(name, record.ID);
+    }
+
+    /// Forgets every name that leads to the item.
+    void erase(const tagStorageData& item)
+    {
+        const Slot& slot = m_table.find(keyOf(item.NameID), [&](const Slot& found) { return found.id == item.ID; });
+        if (!slot.isEmpty())
+            m_table.erase(slot);
+        for (auto other = m_others.begin(); other != m_others.end();)
+            other = other->second == item.ID ? m_others.erase(other) : std::next(other);
+    }
+
+private:
+    struct Slot
+    {
+        std::uint32_t key = 0;
+        std::uint32_t id = 0;
+
+        bool isEmpty() const { return id == 0; }
+    };
+
+    static std::uint32_t keyOf(const std::string& name)
+    {
+        return static_cast<std::uint32_t>(std::hash<std::string>()(name));
+    }
+
+    /// The item that was entered under its own name; null when there is none.
+    tagStorageData* bearerOf(const std::string& name, std::uint32_t key) const
+    {
+        tagStorageData* item = nullptr;
+        const Slot& slot = m_table.find(key, [&](const Slot& candidate) {
+            item = &itemOf(candidate.id);
+            return item->NameID == name;
+        });
+        return slot.isEmpty() ? nullptr : item;
+    }
+
+    tagStorageData& itemOf(unsigned int id) const
+    {
+        tagStorageData* const item = m_items.find(id);
+        return item ? *item : throw std::out_of_range("_Map_base::at");
+    }
+
+    const IDMap& m_items;
+    OpenTable<Slot> m_table;
+    std::unordered_map<std::string, unsigned int> m_others; // of an ID given twice, and those of ID 0
+};
+
+} // namespace Ombrin

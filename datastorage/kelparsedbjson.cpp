@@ -7,36 +7,32 @@
 #include "kernel/kelstring.h"
 
 #include <rapidjson/document.h>
+
+#include <algorithm>
 #include <cassert>
 #include <iostream>
+#include <utility>
 
 namespace Ombrin {
 
 namespace {
 
-// Those who look after devices know the check below by its line. Keep it where it is.
-struct Root
-{
-    explicit Root(const char* text) { m_document.Parse<rapidjson::kParseIterativeFlag>(text); } // spares the stack
-
-    rapidjson::Value::ConstArray items() const;
-
-private:
-    JsonDocument m_document;
-};
-
-rapidjson::Value::ConstArray Root::items() const
-{
-    if (!m_document.HasMember("kel")) {
-        std::cout << "kel not be found!" << std::endl;
-        assert(false);
-    }
-    return m_document["kel"].GetArray();
-}
-
 std::uint8_t lowByte(const rapidjson::Value& number)
 {
     return static_cast<std::uint8_t>(number.GetUint());
+}
+
+// RapidJSON's checks and one of ours end the process. Those who look after devices know that one by its line: keep it
+// where it is.
+void checkRoot(const JsonDictionaryShape& shape)
+{
+    shape.root.MemberCount();
+    if (!shape.hasItems) {
+        std::cout << "kel not be found!" << std::endl;
+        assert(false);
+    }
+    shape.items.GetArray();
+    shape.item.MemberCount();
 }
 
 /// The size is known where this is called, so that most keys are told apart by their lengths alone.
@@ -46,7 +42,31 @@ bool is(const std::string_view& key, const char (&name)[size])
     return key.size() == size - 1 && std::char_traits<char>::compare(key.data(), name, size - 1) == 0;
 }
 
+/// As many items as there can be, unless they are shorter than items are.
+std::size_t likelyItems(std::string_view text)
+{
+    constexpr std::size_t shortest = 32;
+    std::size_t braces = 0;
+    for (std::size_t at = text.find('{'); at != std::string_view::npos; at = text.find('{', at + 1))
+        ++braces;
+    return std::min(braces, text.size() / shortest);
+}
+
 } // namespace
+
+/// Makes the records while the text is read.
+struct CkelParseDBJson::Items
+{
+    void begin() { parser.m_data.ID = 0; }
+    void setField(const std::string_view& key, const rapidjson::Value& value) { parser.setField(key, value); }
+    void end()
+    {
+        if (parser.m_data.ID != 0)
+            parser.m_dataList.push_back(parser.m_data);
+    }
+
+    CkelParseDBJson& parser;
+};
 
 CkelParseDBJson::CkelParseDBJson() = default;
 
@@ -65,17 +85,16 @@ const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fil
         std::cout << "CkelParseDBJson::Parse： open error" << std::endl;
         return unread();
     }
-    const CkelByteArray bytes = file.readAll();
+    CkelByteArray bytes = file.readAll();
     m_dataList.clear();
+    m_dataList.reserve(likelyItems(bytes.toStdString()));
 
-    const Root root(bytes.data());
-    const auto items = root.items();
-    m_dataList.reserve(items.Size());
-    for (const rapidjson::Value& item : items) {
-        const tagStorageData& record = deepParse(item, item.MemberCount(), fileName);
-        if (record.ID != 0)
-            m_dataList.push_back(record);
-    }
+    constexpr unsigned int flags = rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag; // spares the stack
+    rapidjson::InsituStringStream text(bytes.data());
+    JsonDictionaryEvents<Items> events(Items{*this});
+    const bool isJson = !JsonReader().Parse<flags>(text, events).IsError();
+    const JsonDictionaryShape none;
+    checkRoot(isJson ? events.shape() : none);
     return m_dataList;
 }
 
@@ -85,35 +104,37 @@ tagStorageData& CkelParseDBJson::deepParse(const rapidjson::Value& item, unsigne
 // NOLINTEND(performance-unnecessary-value-param)
 {
     m_data.ID = 0;
-    for (const auto& member : item.GetObject()) {
-        const std::string_view key(member.name.GetString(), member.name.GetStringLength());
-        const rapidjson::Value& value = member.value;
-        if (is(key, "Value"))
-            setValue(value, m_data.Value);
-        else if (is(key, "DefValue"))
-            setValue(value, m_data.DefValue);
-        else if (is(key, "Max"))
-            setValue(value, m_data.Max);
-        else if (is(key, "Min"))
-            setValue(value, m_data.Min);
-        else if (value.IsString() && is(key, "NameID"))
-            m_data.NameID = value.GetString();
-        else if (!value.IsUint())
-            continue;
-        else if (is(key, "ID"))
-            m_data.ID = value.GetUint();
-        else if (is(key, "CommSource"))
-            m_data.CommSource = lowByte(value);
-        else if (is(key, "DBSource"))
-            m_data.DBSource = lowByte(value);
-        else if (is(key, "RW"))
-            m_data.RW = lowByte(value);
-        else if (is(key, "Block"))
-            m_data.Block = lowByte(value);
-        else if (is(key, "ValueT"))
-            m_data.ValueT = lowByte(value);
-    }
+    for (const auto& member : item.GetObject())
+        setField({member.name.GetString(), member.name.GetStringLength()}, member.value);
     return m_data;
+}
+
+void CkelParseDBJson::setField(const std::string_view& key, const rapidjson::Value& value)
+{
+    if (is(key, "Value"))
+        setValue(value, m_data.Value);
+    else if (is(key, "DefValue"))
+        setValue(value, m_data.DefValue);
+    else if (is(key, "Max"))
+        setValue(value, m_data.Max);
+    else if (is(key, "Min"))
+        setValue(value, m_data.Min);
+    else if (value.IsString() && is(key, "NameID"))
+        m_data.NameID = value.GetString();
+    else if (!value.IsUint())
+        return;
+    else if (is(key, "ID"))
+        m_data.ID = value.GetUint();
+    else if (is(key, "CommSource"))
+        m_data.CommSource = lowByte(value);
+    else if (is(key, "DBSource"))
+        m_data.DBSource = lowByte(value);
+    else if (is(key, "RW"))
+        m_data.RW = lowByte(value);
+    else if (is(key, "Block"))
+        m_data.Block = lowByte(value);
+    else if (is(key, "ValueT"))
+        m_data.ValueT = lowByte(value);
 }
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): part of the interface as it is

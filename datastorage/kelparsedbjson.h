@@ -6,6 +6,7 @@
 #include <rapidjson/fwd.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -61,6 +62,10 @@ public:
     void printDependType(const std::string& key, const rapidjson::Value& value);
 
 private:
+    struct Items;
+
+    void setField(const std::string_view& key, const rapidjson::Value& value);
+
     std::vector<tagStorageData> m_dataList;
     tagStorageData m_data{}; // carries fields from one item to the next
 };

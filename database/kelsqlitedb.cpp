@@ -1,5 +1,6 @@
 #include "database/kelsqlitedb.h"
 
+#include "database/kelsqliteconnectionlock.h"
 #include "database/kelsqlitestatement.h"
 
 #include <sqlite3.h>
@@ -29,23 +30,6 @@ void distrustFile(sqlite3* connection)
     sqlite3_exec(connection, "PRAGMA cell_size_check=ON", nullptr, nullptr, nullptr);
     sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, longestRow);
 }
-
-/// Holds SQLite's own lock on a connection. Every call that SQLite gets takes it; for the thread that has it already
-/// that costs next to nothing.
-class ConnectionLock
-{
-public:
-    explicit ConnectionLock(sqlite3* connection) : m_mutex(sqlite3_db_mutex(connection))
-    {
-        sqlite3_mutex_enter(m_mutex);
-    }
-    ~ConnectionLock() { sqlite3_mutex_leave(m_mutex); }
-    ConnectionLock(const ConnectionLock&) = delete;
-    ConnectionLock& operator=(const ConnectionLock&) = delete;
-
-private:
-    sqlite3_mutex* const m_mutex;
-};
 
 } // namespace
 
@@ -83,7 +67,7 @@ bool CkelSqliteDB::forEachRow(const CkelString& text, const std::function<void(c
             m_lastResult = SQLITE_MISUSE; // the text holds no statement
         return false;
     }
-    const ConnectionLock lock(m_connection);
+    const CkelSqliteConnectionLock lock(m_connection);
     CkelSqliteVariantVector row;
     while ((m_lastResult = sqlite3_step(statement.handle())) == SQLITE_ROW) {
         row.read(statement.handle());

@@ -1,5 +1,7 @@
 #include "database/kelsqlitevariantvector.h"
 
+#include "database/kelsqliteconnectionlock.h"
+
 #include <sqlite3.h>
 
 #include <cmath>
@@ -49,23 +51,23 @@ T converted(const CkelVariant& column)
     }
 }
 
-CkelVariant textOf(sqlite3_stmt* row, int index)
+CkelVariant textOf(sqlite3_value* column)
 {
-    const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(row, index));
+    const auto* const text = reinterpret_cast<const char*>(sqlite3_value_text(column));
     if (!text)
         return {};
-    return std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(row, index)));
+    return std::string(text, static_cast<std::size_t>(sqlite3_value_bytes(column)));
 }
 
-CkelVariant columnOf(sqlite3_stmt* row, int index, int type)
+CkelVariant variantOf(sqlite3_value* column, int type)
 {
     switch (type) {
     case SQLITE_INTEGER:
-        return static_cast<long long>(sqlite3_column_int64(row, index));
+        return static_cast<long long>(sqlite3_value_int64(column));
     case SQLITE_FLOAT:
-        return sqlite3_column_double(row, index);
+        return sqlite3_value_double(column);
     case SQLITE_TEXT:
-        return textOf(row, index);
+        return textOf(column);
     default:
         return {};
     }
@@ -75,11 +77,14 @@ CkelVariant columnOf(sqlite3_stmt* row, int index, int type)
 
 void CkelSqliteVariantVector::read(sqlite3_stmt* row)
 {
+    // Under the connection's lock its values may be read directly; by column, each look would take the lock anew.
+    const CkelSqliteConnectionLock lock(sqlite3_db_handle(row));
     const int columns = sqlite3_column_count(row);
     m_columns.clear();
     for (int index = 0; index < columns; ++index) {
-        const int type = sqlite3_column_type(row, index);
-        m_columns.push_back({columnOf(row, index, type), type == SQLITE_BLOB});
+        sqlite3_value* const column = sqlite3_column_value(row, index);
+        const int type = sqlite3_value_type(column);
+        m_columns.push_back({variantOf(column, type), type == SQLITE_BLOB});
     }
 }
 

@@ -270,28 +270,23 @@ std::string CkelVariant::toStdString(bool* ok) const
     return {};
 }
 
-bool CkelVariant::numberEquals(const CkelVariant& other) const
+/// This is a double.
+bool CkelVariant::realEquals(const CkelVariant& number) const
 {
-    if (m_type == Double) {
-        if (other.m_type == Double)
-            return m_data.real == other.m_data.real || (std::isnan(m_data.real) && std::isnan(other.m_data.real));
-        return other.isSigned() ? realEqualsInteger(m_data.real, other.m_data.integer)
-                                : realEqualsInteger(m_data.real, other.m_data.natural);
-    }
-    if (other.m_type == Double)
-        return other.numberEquals(*this);
-    if (isSigned() != other.isSigned() && static_cast<long long>(m_data.natural) < 0)
-        return false; // negative on one side, above every signed number on the other
-    return m_data.natural == other.m_data.natural;
+    if (number.m_type == Double)
+        return m_data.real == number.m_data.real || (std::isnan(m_data.real) && std::isnan(number.m_data.real));
+    return number.isSigned() ? realEqualsInteger(m_data.real, number.m_data.integer)
+                             : realEqualsInteger(m_data.real, number.m_data.natural);
 }
 
-bool CkelVariant::cmp(const CkelVariant& other) const
+/// One of the two at least is no integer.
+bool CkelVariant::contentEquals(const CkelVariant& other) const
 {
     if (m_type == Invalid || other.m_type == Invalid)
         return m_type == other.m_type;
     if (m_type == String || other.m_type == String)
         return m_type == other.m_type && (m_data.text == other.m_data.text || text() == other.text());
-    return numberEquals(other);
+    return m_type == Double ? realEquals(other) : other.realEquals(*this);
 }
 
 } // namespace Ombrin

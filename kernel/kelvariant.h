@@ -150,7 +150,15 @@ public:
 
     /// True for equal contents: two numbers (bools, integers and doubles alike) that are numerically equal, to the last
     /// bit of 64; two texts with the same bytes; two invalid variants. NaN equals NaN. A text never equals a number.
-    bool cmp(const CkelVariant& other) const;
+    bool cmp(const CkelVariant& other) const
+    {
+        const bool sameBits = m_data.natural == other.m_data.natural;
+        if (sameBits && m_type == other.m_type)
+            return true;
+        if (isInteger() && other.isInteger())
+            return sameBits && (isSigned() == other.isSigned() || m_data.integer >= 0);
+        return contentEquals(other);
+    }
 
 private:
     struct Text;
@@ -163,12 +171,14 @@ private:
         Text* text;
     };
 
-    bool isSigned() const noexcept { return m_type == Bool || m_type == Int || m_type == LongLong; }
+    bool isInteger() const noexcept { return m_type >= Bool && m_type <= ULongLong; }
     bool isUnsigned() const noexcept { return m_type == UInt || m_type == ULongLong; }
+    bool isSigned() const noexcept { return isInteger() && !isUnsigned(); }
     const std::string& text() const noexcept;
     void shareText() const noexcept;
     void dropText() const noexcept;
-    bool numberEquals(const CkelVariant& other) const;
+    bool contentEquals(const CkelVariant& other) const;
+    bool realEquals(const CkelVariant& number) const;
     template <typename Integer>
     Integer toInteger(bool* ok) const;
 

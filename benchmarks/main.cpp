@@ -62,9 +62,11 @@ void registerAll(World& world)
     registerSelections(world);
     registerTicks(world);
     registerLoading(world);
-    registerSaving(world);
     registerMemory(world);
-    registerStartup(world);
+    if (world.size() <= 100000) { // the largest would add nothing but time
+        registerSaving(world);
+        registerStartup(world);
+    }
 #ifdef KEL_WITH_QT
     registerQt(world);
 #endif

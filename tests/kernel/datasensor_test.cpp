@@ -113,6 +113,20 @@ void post(unsigned int id, int value, MergeFlag merge = unflagged, SensorType ty
     CkelApplicationPlus::dataSensor()->post(new CountedEvent(id, value, merge, type));
 }
 
+/// Whether events meet nobody before long: they are deleted at once then.
+bool noneIsAttachedSoon()
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    bool deleted = false;
+    while (!deleted && std::chrono::steady_clock::now() < end) {
+        const int before = CountedEvent::live;
+        post(0, 0);
+        deleted = CountedEvent::live == before;
+        std::this_thread::yield();
+    }
+    return deleted;
+}
+
 bool isReady(std::future<void>& future)
 {
     return future.wait_for(limit) == std::future_status::ready;
@@ -1249,23 +1263,23 @@ TEST_F(DataSensor, DetachOnAnotherThreadWaitsForTheRunningHandler)
     sensor.attach(&listener);
     std::promise<void> begun;
     auto running = begun.get_future();
-    std::atomic<bool> ended{false};
-    bool endedBeforeDetached = false;
+    std::promise<void> detached;
+    auto done = detached.get_future();
     listener.onEvent = [&](const CkelDataSensorEvent&) {
         begun.set_value();
-        std::this_thread::sleep_for(20ms);
-        ended = true;
+        EXPECT_TRUE(noneIsAttachedSoon()); // the other thread has begun to detach
+        EXPECT_EQ(done.wait_for(20ms), std::future_status::timeout);
     };
     std::thread detacher([&] {
         running.wait();
         sensor.detach(&listener);
-        endedBeforeDetached = ended;
+        detached.set_value();
     });
     post(1, 1);
     post(2, 2);
     turn();
     detacher.join();
-    EXPECT_TRUE(endedBeforeDetached);
+    EXPECT_EQ(listener.log, (Log{{1, 1}}));
     EXPECT_EQ(CountedEvent::live, 0);
 }
 

@@ -47,20 +47,26 @@ public:
 
     bool isEmpty() const { return m_events.empty(); }
 
-    /// Moves the waiting events behind those of `batch`; the memory of an empty one serves the next ones.
+    /// Moves the waiting events behind those of `batch`; the memory of an empty one serves the next ones, unless it is
+    /// what a loop that stood still has left.
     void take(std::vector<EventPtr>& batch)
     {
-        if (batch.empty())
+        if (batch.empty()) {
+            if (batch.capacity() > std::max(keptCapacity, 8 * m_events.size()))
+                std::vector<EventPtr>().swap(batch);
             m_events.swap(batch);
-        else
+        } else {
             batch.insert(batch.end(), std::make_move_iterator(m_events.begin()),
                          std::make_move_iterator(m_events.end()));
+        }
         m_events.clear();
         m_newest.clear();
         m_indexed = 0;
     }
 
 private:
+    static constexpr std::size_t keptCapacity = 1024;
+
     static std::uint64_t keyOf(const CkelDataSensorEvent& event)
     {
         return std::uint64_t{event.id()} << 32U | static_cast<std::uint32_t>(event.sensorType());

@@ -67,3 +67,17 @@ TEST_F(StalledApplication, WithoutTheMergeFlagEveryEventWaitsAtAKnownCost)
     for (int i = 0; i < changes; ++i)
         ASSERT_TRUE(identical(events[static_cast<std::size_t>(i)].value, i + 1.0)) << i;
 }
+
+TEST_F(StalledApplication, TheMemoryOfTheQueueIsGivenBackAfterwards)
+{
+    pourIn(1, false);
+    listener.take();
+    const long long before = heldMemory().bytes;
+    pourIn(3 * changes, false); // more than any other case
+    listener.take();
+    for (int i = 0; i < 2; ++i) { // each of the queue's two halves
+        pourIn(1, false);
+        listener.take();
+    }
+    EXPECT_LT(heldMemory().bytes - before, 1024);
+}

@@ -10,22 +10,34 @@ namespace KelTest {
 struct SoakSettings
 {
     std::chrono::seconds duration{0};
+    std::chrono::seconds leg{60}; ///< of load, before the next rest
     unsigned int items = 10000;
     int changesPerSecond = 5000; ///< of all threads together
     int threads = 4;
     bool judgeGrowth = true; ///< of the memory, which takes minutes to show
 };
 
+/// The memory when every event is delivered and every value saved: neither events nor blocks wait. In KiB.
+struct RestSample
+{
+    double seconds;  ///< since the beginning
+    double inUse;    ///< asked for and not given back, by the library, the test and SQLite
+    double resident; ///< once the allocator has given back what it keeps of freed memory
+};
+
+/// MiB an hour, by a linear fit through `quantity` of the last two thirds; the first third is the warm-up.
+double growthAfterWarmUp(const std::vector<RestSample>& samples, double RestSample::*quantity);
+
 struct SoakReport
 {
     long long changes = 0;
     long long delivered = 0;
-    long long outOfOrder = 0;   ///< events lost, delivered twice or in the wrong order
-    long long longestQueue = 0; ///< events that waited for the application's loop
-    double longestDelay = 0;    ///< seconds from a change to its row in the file
-    long long unsaved = 0;      ///< items whose last value did not reach the file
-    double kibibytes = 0;       ///< resident, at the end
-    double growth = 0;          ///< of the resident memory after warm-up: MiB an hour, by a linear fit
+    long long outOfOrder = 0;     ///< events lost, delivered twice or in the wrong order
+    long long longestQueue = 0;   ///< events that waited for the application's loop
+    double longestDelay = 0;      ///< seconds from a change to its row in the file
+    long long unsaved = 0;        ///< items whose last value did not reach the file
+    double residentUnderLoad = 0; ///< KiB at most, with what waits and what the allocator keeps
+    std::vector<RestSample> rests;
     long long lookups = 0;
     double p50 = 0, p99 = 0, p9999 = 0; ///< microseconds of one lookup through the safe storage
     std::vector<std::string> failures;

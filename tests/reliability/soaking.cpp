@@ -224,7 +224,9 @@ private:
     /// next ones, depends on how the ticks of the collector and the worker fall; what is left without either, on leaks.
     void rest()
     {
+        const auto begin = Clock::now();
         drain();
+        m_longestDrain = std::max(m_longestDrain, secondsSince(begin));
         m_watched.clear();
         std::this_thread::sleep_for(200ms); // the worker has committed its block, but may not have destroyed it yet
         malloc_trim(0);
@@ -259,6 +261,7 @@ private:
         report.outOfOrder = m_listener.outOfOrder;
         report.longestQueue = m_longestQueue;
         report.longestDelay = m_longestDelay;
+        report.longestDrain = m_longestDrain;
         report.unsaved = m_unsaved;
         report.residentUnderLoad = m_residentUnderLoad;
         report.rests = m_rests;
@@ -298,6 +301,7 @@ private:
     Latencies m_latencies;
     long long m_longestQueue = 0;
     double m_longestDelay = 0;
+    double m_longestDrain = 0;
     long long m_unsaved = 0;
 };
 
@@ -332,8 +336,8 @@ void print(const SoakReport& report, std::ostream& out)
     out << std::fixed << std::setprecision(2) << report.changes << " changes, " << report.delivered
         << " events delivered, " << report.outOfOrder << " of them out of order\n"
         << "at most " << report.longestQueue << " events waited for the loop\n"
-        << "at most " << report.longestDelay << " s from a change to the file; " << report.unsaved
-        << " items unsaved at the end\n"
+        << "at most " << report.longestDelay << " s from a change to the file, and " << report.longestDrain
+        << " s until all is there once the changes stop; " << report.unsaved << " items unsaved at the end\n"
         << report.residentUnderLoad / 1024 << " MiB resident at most\n";
     if (!report.rests.empty())
         out << "at rest " << report.rests.back().inUse / 1024 << " MiB in use, growing by "

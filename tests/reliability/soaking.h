@@ -32,10 +32,11 @@ struct SoakReport
 {
     long long changes = 0;
     long long delivered = 0;
-    long long outOfOrder = 0;     ///< events lost, delivered twice or in the wrong order
-    long long longestQueue = 0;   ///< events that waited for the application's loop
-    double longestDelay = 0;      ///< seconds from a change to its row in the file
-    long long unsaved = 0;        ///< items whose last value did not reach the file
+    long long outOfOrder = 0;   ///< events lost, delivered twice or in the wrong order
+    long long longestQueue = 0; ///< events that waited for the application's loop
+    double longestDelay = 0;    ///< seconds from a change to its row in the file
+    double longestDrain = 0; ///< seconds from the end of the changes to the last row, about one for each waiting block
+    long long unsaved = 0;   ///< items whose last value did not reach the file
     double residentUnderLoad = 0; ///< KiB at most, with what waits and what the allocator keeps
     std::vector<RestSample> rests;
     long long lookups = 0;

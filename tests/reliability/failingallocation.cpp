@@ -8,8 +8,7 @@
 #include <new>
 
 // The linker leads these two C allocations of the program's own objects here (see CMakeLists.txt). Asio takes its
-// memory by the one, the stacks of RapidJSON by the other; malloc, by which RapidJSON allocates values, it does not
-// survive.
+// memory by the one, the stack of RapidJSON by the other.
 extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
 void* __real_realloc(void* memory, std::size_t size);

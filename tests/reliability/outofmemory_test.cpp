@@ -32,10 +32,11 @@ const bool sqliteWatched = FailingAllocation::watchSqlite();
 
 constexpr const char* longText = "a text that is too long to be kept inside of a string object";
 
+/// As many as the indexes have room for: the next one needs more.
 std::vector<tagStorageData> someItems()
 {
     std::vector<tagStorageData> items;
-    for (unsigned int id = 1; id <= 6; ++id)
+    for (unsigned int id = 1; id <= 8; ++id)
         items.push_back(makeItem(id, "an item with a rather long name, number " + std::to_string(id), id));
     items[4].ValueT = ValueTypeText;
     items[4].Value = longText;

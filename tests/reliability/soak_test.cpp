@@ -32,17 +32,17 @@ TEST_F(Soak, UnderSteadyLoadNoEventAndNoValueIsLost)
 
 TEST(SoakGrowth, IsOfTheLastTwoThirds)
 {
-    std::vector<RestSample> rests;
+    std::vector<MemorySample> rests;
     for (int minute = 0; minute < 30; ++minute) {
         const double warmUp = minute < 10 ? 1024.0 * minute : 10240.0;
         rests.push_back({60.0 * minute, warmUp, warmUp + 1024.0 / 60 * 1.5 * minute});
     }
-    EXPECT_NEAR(growthAfterWarmUp(rests, &RestSample::inUse), 0, 1e-6);
-    EXPECT_NEAR(growthAfterWarmUp(rests, &RestSample::resident), 1.5, 1e-6);
+    EXPECT_NEAR(growthAfterWarmUp(rests, &MemorySample::inUse), 0, 1e-6);
+    EXPECT_NEAR(growthAfterWarmUp(rests, &MemorySample::resident), 1.5, 1e-6);
 }
 
 TEST(SoakGrowth, IsNoneWithoutTwoReadings)
 {
-    EXPECT_EQ(growthAfterWarmUp({}, &RestSample::inUse), 0);
-    EXPECT_EQ(growthAfterWarmUp({{60, 1024, 2048}}, &RestSample::inUse), 0);
+    EXPECT_EQ(growthAfterWarmUp({}, &MemorySample::inUse), 0);
+    EXPECT_EQ(growthAfterWarmUp({{60, 1024, 2048}}, &MemorySample::inUse), 0);
 }

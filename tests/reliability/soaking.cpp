@@ -115,6 +115,7 @@ public:
         m_storage.readConfigFile("dictionary.json", true);
         m_last.assign(settings.items + 1, 0);
         m_rests.reserve(1000);
+        m_loads.reserve(static_cast<std::size_t>(settings.duration.count()) + 1000);
     }
 
     SoakReport run()
@@ -183,7 +184,7 @@ private:
             CkelApplicationPlus::instance()->processEvents();
             if (Clock::now() >= nextSample) {
                 nextSample += 1s;
-                m_residentUnderLoad = std::max(m_residentUnderLoad, residentKibibytes());
+                m_loads.push_back({secondsSince(m_begin), kibibytesInUse(), residentKibibytes()});
                 watchSaving();
             }
             std::this_thread::sleep_for(1ms);
@@ -263,7 +264,7 @@ private:
         report.longestDelay = m_longestDelay;
         report.longestDrain = m_longestDrain;
         report.unsaved = m_unsaved;
-        report.residentUnderLoad = m_residentUnderLoad;
+        report.loads = m_loads;
         report.rests = m_rests;
         report.lookups = m_latencies.count;
         report.p50 = m_latencies.percentile(0.5);
@@ -275,9 +276,9 @@ private:
             report.failures.emplace_back("events were out of order");
         if (report.unsaved != 0)
             report.failures.emplace_back("items were not saved");
-        if (m_settings.judgeGrowth && growthAfterWarmUp(m_rests, &RestSample::inUse) >= growthPromised)
+        if (m_settings.judgeGrowth && growthAfterWarmUp(m_rests, &MemorySample::inUse) >= growthPromised)
             report.failures.emplace_back("the memory in use grows");
-        if (m_settings.judgeGrowth && growthAfterWarmUp(m_rests, &RestSample::resident) >= growthPromised)
+        if (m_settings.judgeGrowth && growthAfterWarmUp(m_rests, &MemorySample::resident) >= growthPromised)
             report.failures.emplace_back("the resident memory grows");
         return report;
     }
@@ -295,8 +296,8 @@ private:
     std::atomic<bool> m_stop{false};
     std::atomic<long long> m_changes{0};
     std::vector<long long> m_last; // each item's by its own thread
-    std::vector<RestSample> m_rests;
-    double m_residentUnderLoad = 0;
+    std::vector<MemorySample> m_rests;
+    std::vector<MemorySample> m_loads;
     std::deque<Watched> m_watched;
     Latencies m_latencies;
     long long m_longestQueue = 0;
@@ -307,7 +308,7 @@ private:
 
 } // namespace
 
-double growthAfterWarmUp(const std::vector<RestSample>& samples, double RestSample::*quantity)
+double growthAfterWarmUp(const std::vector<MemorySample>& samples, double MemorySample::*quantity)
 {
     const auto warm = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 3);
     const auto count = static_cast<double>(samples.end() - warm);
@@ -331,20 +332,31 @@ SoakReport soak(const SoakSettings& settings)
     return Soak(settings).run();
 }
 
+namespace {
+
+void printMemory(const char* when, const std::vector<MemorySample>& samples, std::ostream& out)
+{
+    if (samples.empty())
+        return;
+    const auto [least, most] = std::minmax_element(
+        samples.begin(), samples.end(), [](const auto& a, const auto& b) { return a.resident < b.resident; });
+    out << when << ' ' << samples.back().inUse / 1024 << " MiB in use, growing by "
+        << growthAfterWarmUp(samples, &MemorySample::inUse) << " MiB an hour, and " << least->resident / 1024 << " to "
+        << most->resident / 1024 << " MiB resident, growing by " << growthAfterWarmUp(samples, &MemorySample::resident)
+        << " MiB an hour (" << samples.size() << " readings)\n";
+}
+
+} // namespace
+
 void print(const SoakReport& report, std::ostream& out)
 {
     out << std::fixed << std::setprecision(2) << report.changes << " changes, " << report.delivered
         << " events delivered, " << report.outOfOrder << " of them out of order\n"
         << "at most " << report.longestQueue << " events waited for the loop\n"
         << "at most " << report.longestDelay << " s from a change to the file, and " << report.longestDrain
-        << " s until all is there once the changes stop; " << report.unsaved << " items unsaved at the end\n"
-        << report.residentUnderLoad / 1024 << " MiB resident at most\n";
-    if (!report.rests.empty())
-        out << "at rest " << report.rests.back().inUse / 1024 << " MiB in use, growing by "
-            << growthAfterWarmUp(report.rests, &RestSample::inUse) << " MiB an hour, and "
-            << report.rests.back().resident / 1024 << " MiB resident, growing by "
-            << growthAfterWarmUp(report.rests, &RestSample::resident) << " MiB an hour (" << report.rests.size()
-            << " readings)\n";
+        << " s until all is there once the changes stop; " << report.unsaved << " items unsaved at the end\n";
+    printMemory("under load", report.loads, out);
+    printMemory("at rest", report.rests, out);
     out << report.lookups << " lookups: 50 % below " << report.p50 << " us, 99 % below " << report.p99
         << " us, 99.99 % below " << report.p9999 << " us\n";
     for (const std::string& failure : report.failures)

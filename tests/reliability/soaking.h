@@ -17,16 +17,16 @@ struct SoakSettings
     bool judgeGrowth = true; ///< of the memory, which takes minutes to show
 };
 
-/// The memory when every event is delivered and every value saved: neither events nor blocks wait. In KiB.
-struct RestSample
+/// The process's memory at one moment, in KiB.
+struct MemorySample
 {
     double seconds;  ///< since the beginning
     double inUse;    ///< asked for and not given back, by the library, the test and SQLite
-    double resident; ///< once the allocator has given back what it keeps of freed memory
+    double resident; ///< with what the allocator keeps of freed memory
 };
 
 /// MiB an hour, by a linear fit through `quantity` of the last two thirds; the first third is the warm-up.
-double growthAfterWarmUp(const std::vector<RestSample>& samples, double RestSample::*quantity);
+double growthAfterWarmUp(const std::vector<MemorySample>& samples, double MemorySample::*quantity);
 
 struct SoakReport
 {
@@ -37,8 +37,8 @@ struct SoakReport
     double longestDelay = 0;    ///< seconds from a change to its row in the file
     double longestDrain = 0; ///< seconds from the end of the changes to the last row, about one for each waiting block
     long long unsaved = 0;   ///< items whose last value did not reach the file
-    double residentUnderLoad = 0; ///< KiB at most, with what waits and what the allocator keeps
-    std::vector<RestSample> rests;
+    std::vector<MemorySample> loads; ///< every second of load: events and blocks wait
+    std::vector<MemorySample> rests; ///< neither waits, and the allocator has given back what it keeps
     long long lookups = 0;
     double p50 = 0, p99 = 0, p9999 = 0; ///< microseconds of one lookup through the safe storage
     std::vector<std::string> failures;

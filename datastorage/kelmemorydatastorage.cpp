@@ -122,7 +122,8 @@ struct CkelMemoryDataStorage::Indexes
     std::unique_ptr<NameMap> names = std::make_unique<NameMap>(*ids);
     bool anyDeleted = false;
 
-    void reserve(std::size_t count)
+    /// With room for `count` items.
+    explicit Indexes(std::size_t count = 0)
     {
         ids->reserve(count);
         names->reserve(count);
@@ -147,8 +148,7 @@ void CkelMemoryDataStorage::adopt(Indexes&& indexes)
 
 void CkelMemoryDataStorage::indexRecords(const std::vector<tagStorageData>& records)
 {
-    Indexes indexes;
-    indexes.reserve(records.size());
+    Indexes indexes(records.size());
     for (const tagStorageData& record : records) {
         if (record.ID != 0)
             indexes.add(record);
@@ -263,8 +263,7 @@ bool CkelMemoryDataStorage::loadLocalDB()
         restoreValues();
         return true;
     }
-    Indexes indexes;
-    indexes.reserve(m_loadedData.size());
+    Indexes indexes(m_loadedData.size());
     for (const tagStorageData& record : m_loadedData)
         indexes.add(record);
     adopt(std::move(indexes));

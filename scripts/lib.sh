@@ -149,6 +149,13 @@ test_preset()
     in_preset "$preset" ctest --preset "$preset" -j "$(jobs)" --no-tests=error "$@"
 }
 
+# The count of cases over all programs that run theirs apart, each of which ends with its own.
+print_case_count()
+{
+    awk '/^[0-9]+ passed, [0-9]+ failed$/ { passed += $1; failed += $3 }
+         END { printf "%d passed, %d failed\n", passed, failed }' "$(repo_root)/build/$1/Testing/Temporary/LastTest.log"
+}
+
 # --- sources ---
 
 # Those of the given folders that exist, joined by "|".

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -22,15 +23,34 @@ namespace KelTest {
 namespace {
 
 constexpr unsigned int caseTimeout = 240; // seconds
+constexpr int noneChosen = 77;            // what ctest is told to take for "skipped"
 
-std::vector<std::string> namesOfCases()
+/// Lets the filter of the command line, or of the environment, choose among the cases.
+void chooseCases()
+{
+    // Disabled ones too: they are not run, and so counted as failed.
+    testing::GTEST_FLAG(also_run_disabled_tests) = true;
+    testing::GTEST_FLAG(list_tests) = true;
+    testing::internal::CaptureStdout();
+    const bool isListed = RUN_ALL_TESTS() == 0;
+    const std::string list = testing::internal::GetCapturedStdout();
+    if (!isListed)
+        throw std::runtime_error("cannot list the cases: " + list);
+    testing::GTEST_FLAG(list_tests) = false;
+    testing::GTEST_FLAG(also_run_disabled_tests) = false;
+}
+
+std::vector<std::string> namesOfChosenCases()
 {
     std::vector<std::string> names;
     const testing::UnitTest& program = *testing::UnitTest::GetInstance();
     for (int i = 0; i < program.total_test_suite_count(); ++i) {
         const testing::TestSuite& suite = *program.GetTestSuite(i);
-        for (int j = 0; j < suite.total_test_count(); ++j)
-            names.push_back(std::string(suite.name()) + "." + suite.GetTestInfo(j)->name());
+        for (int j = 0; j < suite.total_test_count(); ++j) {
+            const testing::TestInfo& info = *suite.GetTestInfo(j);
+            if (info.should_run())
+                names.push_back(std::string(suite.name()) + "." + info.name());
+        }
     }
     return names;
 }
@@ -119,10 +139,13 @@ private:
 
 int runCasesApart()
 {
-    testing::GTEST_FLAG(death_test_style) = "fast"; // the other style would start this program anew, with all its cases
+    chooseCases();
+    const std::vector<std::string> names = namesOfChosenCases();
+    if (names.empty())
+        return noneChosen;
     const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
     Run run;
-    for (const std::string& name : namesOfCases()) {
+    for (const std::string& name : names) {
         if (run.running() == cores)
             run.finishOne();
         run.start(name);

@@ -2,9 +2,10 @@
 
 namespace KelTest {
 
-/// Runs every case of the program in a process of its own that is forked off this one, as many at once as there are
-/// cores. It keeps the cases apart as well as starting the program for each does, which takes long under an emulator.
-/// Prints what failing cases print, their names, and the count of both kinds. Gives the program's exit status.
+/// Runs every case of the program that GoogleTest's filter leaves in a process of its own that is forked off this one,
+/// as many at once as there are cores. It keeps the cases apart as well as starting the program for each does, which
+/// takes long under an emulator or a sanitizer. Prints what failing cases print, their names, and the count of both
+/// kinds. Gives the program's exit status, which is 77 when the filter leaves none.
 int runCasesApart();
 
 } // namespace KelTest

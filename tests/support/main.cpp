@@ -30,7 +30,9 @@ int main(int argc, char** argv)
 {
     testing::GTEST_FLAG(death_test_style) = "threadsafe"; // unless the command line says otherwise
     testing::InitGoogleTest(&argc, argv);
-    if (argc > 1 && std::string(argv[1]) == "--cases-apart")
+    // A death test starts the program anew with the arguments that it had, for that one case.
+    const bool isDeathTest = !std::string(testing::GTEST_FLAG(internal_run_death_test)).empty();
+    if (!isDeathTest && argc > 1 && std::string(argv[1]) == "--cases-apart")
         return KelTest::runCasesApart();
     return RUN_ALL_TESTS();
 }

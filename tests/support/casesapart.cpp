@@ -40,65 +40,92 @@ void chooseCases()
     testing::GTEST_FLAG(also_run_disabled_tests) = false;
 }
 
-std::vector<std::string> namesOfChosenCases()
+/// What one process runs: a case, or all chosen instances of one, which have its code in common.
+using Group = std::vector<std::string>;
+
+/// Instances are called after their case, with a "/" and what tells them apart.
+std::string caseOf(const std::string& name)
 {
-    std::vector<std::string> names;
+    const std::size_t dot = name.find('.');
+    return name.substr(0, name.find('/', dot));
+}
+
+std::vector<Group> chosenCases()
+{
+    std::map<std::string, Group> groups;
     const testing::UnitTest& program = *testing::UnitTest::GetInstance();
     for (int i = 0; i < program.total_test_suite_count(); ++i) {
         const testing::TestSuite& suite = *program.GetTestSuite(i);
         for (int j = 0; j < suite.total_test_count(); ++j) {
             const testing::TestInfo& info = *suite.GetTestInfo(j);
+            const std::string name = std::string(suite.name()) + "." + info.name();
             if (info.should_run())
-                names.push_back(std::string(suite.name()) + "." + info.name());
+                groups[caseOf(name)].push_back(name);
         }
     }
-    return names;
+    std::vector<Group> result;
+    for (auto& [name, group] : groups)
+        result.push_back(std::move(group));
+    return result;
 }
 
-[[noreturn]] void runCase(const std::string& name, int output)
+std::string joined(const Group& group)
+{
+    std::string filter;
+    for (const std::string& name : group)
+        filter += (filter.empty() ? "" : ":") + name;
+    return filter;
+}
+
+[[noreturn]] void runCases(const Group& group, int output)
 {
     setpgid(0, 0);
     alarm(caseTimeout);
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
-    testing::GTEST_FLAG(filter) = name;
+    testing::GTEST_FLAG(filter) = joined(group);
     const bool isWell = RUN_ALL_TESTS() == 0;
     // A case that was left out, or skipped itself, has not passed.
-    std::exit(isWell && testing::UnitTest::GetInstance()->successful_test_count() == 1 ? EXIT_SUCCESS : EXIT_FAILURE);
+    const auto passed = static_cast<std::size_t>(testing::UnitTest::GetInstance()->successful_test_count());
+    std::exit(isWell && passed == group.size() ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 class Run
 {
 public:
-    void start(const std::string& name)
+    void start(const Group& group)
     {
         std::FILE* const output = std::tmpfile();
         std::fflush(nullptr);
         const pid_t process = output ? fork() : -1;
         if (process == 0)
-            runCase(name, fileno(output));
+            runCases(group, fileno(output));
         if (process < 0) {
-            std::perror(name.c_str());
+            std::perror(group.front().c_str());
             std::exit(EXIT_FAILURE);
         }
-        m_running[process] = {name, output};
+        m_running[process] = {group, output};
     }
 
-    /// Waits until one of the running cases has ended.
-    void finishOne()
+    /// Waits until one of the running groups has ended. Gives it back when it failed and its cases are to be run one by
+    /// one, to tell which of them it was.
+    Group finishOne()
     {
         int status = 0;
         const pid_t process = waitpid(-1, &status, 0);
         const auto found = m_running.find(process);
         if (found == m_running.end())
-            return;
+            return {};
         kill(-process, SIGKILL); // whatever it left running
-        if (status == 0)
-            ++m_passed;
-        else
-            fail(found->second, status);
-        std::fclose(found->second.output);
+        const Child ended = std::move(found->second);
         m_running.erase(found);
+        const bool isToSplit = status != 0 && ended.group.size() > 1;
+        if (status == 0)
+            m_passed += ended.group.size();
+        else if (!isToSplit)
+            fail(ended, status);
+        std::fclose(ended.output);
+        return isToSplit ? ended.group : Group();
     }
 
     std::size_t running() const { return m_running.size(); }
@@ -112,25 +139,25 @@ public:
     }
 
 private:
-    struct Case
+    struct Child
     {
-        std::string name;
+        Group group;
         std::FILE* output;
     };
 
-    void fail(const Case& failed, int status)
+    void fail(const Child& failed, int status)
     {
         std::rewind(failed.output);
         std::array<char, 4096> text{};
         for (std::size_t size = 0; (size = std::fread(text.data(), 1, text.size(), failed.output)) > 0;)
             std::fwrite(text.data(), 1, size, stdout);
-        std::string name = failed.name;
+        std::string name = failed.group.front();
         if (WIFSIGNALED(status))
             name += " (signal " + std::to_string(WTERMSIG(status)) + ")";
         m_failed.push_back(std::move(name));
     }
 
-    std::map<pid_t, Case> m_running;
+    std::map<pid_t, Child> m_running;
     std::vector<std::string> m_failed;
     std::size_t m_passed = 0;
 };
@@ -140,18 +167,21 @@ private:
 int runCasesApart()
 {
     chooseCases();
-    const std::vector<std::string> names = namesOfChosenCases();
-    if (names.empty())
+    std::vector<Group> waiting = chosenCases();
+    if (waiting.empty())
         return noneChosen;
     const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
     Run run;
-    for (const std::string& name : names) {
-        if (run.running() == cores)
-            run.finishOne();
-        run.start(name);
+    while (!waiting.empty() || run.running() > 0) {
+        if (waiting.empty() || run.running() == cores) {
+            for (const std::string& name : run.finishOne())
+                waiting.push_back({name});
+        } else {
+            const Group group = std::move(waiting.back());
+            waiting.pop_back();
+            run.start(group);
+        }
     }
-    while (run.running() > 0)
-        run.finishOne();
     return run.report();
 }
 

@@ -107,25 +107,22 @@ public:
         m_running[process] = {group, output};
     }
 
-    /// Waits until one of the running groups has ended. Gives it back when it failed and its cases are to be run one by
-    /// one, to tell which of them it was.
-    Group finishOne()
+    /// Waits until one of the running groups has ended.
+    void finishOne()
     {
         int status = 0;
         const pid_t process = waitpid(-1, &status, 0);
         const auto found = m_running.find(process);
         if (found == m_running.end())
-            return {};
+            return;
         kill(-process, SIGKILL); // whatever it left running
         const Child ended = std::move(found->second);
         m_running.erase(found);
-        const bool isToSplit = status != 0 && ended.group.size() > 1;
         if (status == 0)
             m_passed += ended.group.size();
-        else if (!isToSplit)
+        else
             fail(ended, status);
         std::fclose(ended.output);
-        return isToSplit ? ended.group : Group();
     }
 
     std::size_t running() const { return m_running.size(); }
@@ -145,6 +142,7 @@ private:
         std::FILE* output;
     };
 
+    /// Of several instances the output tells which it was.
     void fail(const Child& failed, int status)
     {
         std::rewind(failed.output);
@@ -152,6 +150,8 @@ private:
         for (std::size_t size = 0; (size = std::fread(text.data(), 1, text.size(), failed.output)) > 0;)
             std::fwrite(text.data(), 1, size, stdout);
         std::string name = failed.group.front();
+        if (failed.group.size() > 1)
+            name += ", or another of its " + std::to_string(failed.group.size()) + " instances";
         if (WIFSIGNALED(status))
             name += " (signal " + std::to_string(WTERMSIG(status)) + ")";
         m_failed.push_back(std::move(name));
@@ -174,8 +174,7 @@ int runCasesApart()
     Run run;
     while (!waiting.empty() || run.running() > 0) {
         if (waiting.empty() || run.running() == cores) {
-            for (const std::string& name : run.finishOne())
-                waiting.push_back({name});
+            run.finishOne();
         } else {
             const Group group = std::move(waiting.back());
             waiting.pop_back();

@@ -1238,8 +1238,7 @@ TEST_F(LoadingMany, AConfigurationDatabaseLoads)
 
 TEST_F(Loading, TheExampleDictionaryLoads)
 {
-    const std::filesystem::path root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
-    const std::string path = (root / "examples" / "operator" / "dictionary.json").string();
+    const std::string path = KEL_SOURCE_FOLDER "/examples/operator/dictionary.json";
     ASSERT_TRUE(std::filesystem::exists(path)) << path;
 
     CkelParseDBJson parser;

@@ -13,6 +13,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace Ombrin {
 
@@ -20,52 +21,60 @@ namespace Ombrin {
 class CkelMemoryDataStorage::IDMap
 {
 public:
-    std::size_t size() const { return m_table.size(); }
-    void reserve(std::size_t count) { m_table.reserve(count); }
+    std::size_t size() const { return m_records.size(); }
+
+    void reserve(std::size_t count)
+    {
+        m_table.reserve(count);
+        m_records.reserve(count);
+    }
 
     /// Null for an ID that is not there.
-    tagStorageData* find(unsigned int id) const { return slotOf(id).record.get(); }
+    tagStorageData* find(unsigned int id) const { return m_table.find(id, anySlot).record; }
 
     /// Takes a record whose ID is not there yet. Without memory for it, throws and leaves the map as it was.
     void insert(std::unique_ptr<tagStorageData> record)
     {
-        const unsigned int id = record->ID;
-        m_table.insert({id, std::move(record)});
+        m_table.reserve(size() + 1);
+        m_records.push_back(std::move(record));
+        tagStorageData* const item = m_records.back().get();
+        m_table.insert({item->ID, static_cast<std::uint32_t>(size() - 1), item});
     }
 
     /// The ID need not be there.
     void erase(unsigned int id)
     {
-        const Slot& slot = slotOf(id);
-        if (!slot.isEmpty())
-            m_table.erase(slot);
+        const Slot& slot = m_table.find(id, anySlot);
+        if (slot.isEmpty())
+            return;
+        m_table.find(m_records.back()->ID, anySlot).position = slot.position;
+        m_records[slot.position].swap(m_records.back());
+        m_table.erase(slot);
+        m_records.pop_back();
     }
 
     /// Calls `visit` with each record, in no particular order.
     template <typename Visit>
     void forEach(Visit visit) const
     {
-        for (const Slot& slot : m_table.slots()) {
-            if (!slot.isEmpty())
-                visit(*slot.record);
-        }
+        for (const auto& record : m_records)
+            visit(*record);
     }
 
 private:
     struct Slot
     {
         std::uint32_t key = 0;
-        std::unique_ptr<tagStorageData> record;
+        std::uint32_t position = 0; // in the list
+        tagStorageData* record = nullptr;
 
         bool isEmpty() const { return !record; }
     };
 
-    const Slot& slotOf(unsigned int id) const
-    {
-        return m_table.find(id, [](const Slot& /*slot*/) { return true; });
-    }
+    static constexpr auto anySlot = [](const Slot& /*slot*/) { return true; };
 
     OpenTable<Slot> m_table;
+    std::vector<std::unique_ptr<tagStorageData>> m_records; // a walk over it meets the records as they were loaded
 };
 
 /// The IDs by name. The names are the records' own; only those that an item does not bear itself are kept here.

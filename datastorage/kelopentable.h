@@ -29,6 +29,12 @@ public:
         return m_slots[at];
     }
 
+    template <typename Matches>
+    Slot& find(std::uint32_t key, Matches matches)
+    {
+        return const_cast<Slot&>(std::as_const(*this).find(key, matches));
+    }
+
     /// Makes room for `count` slots in all: up to that number insertions need no memory.
     void reserve(std::size_t count)
     {
@@ -61,9 +67,6 @@ public:
         m_slots[hole] = Slot();
         --m_size;
     }
-
-    /// All slots, empty ones among them, in no particular order.
-    const std::vector<Slot>& slots() const { return m_slots; }
 
 private:
     static constexpr unsigned int leastBits = 3;

@@ -60,7 +60,10 @@ public:
                          std::make_move_iterator(m_events.end()));
         }
         m_events.clear();
-        m_newest.clear();
+        if (m_newest.bucket_count() > keptCapacity)
+            std::unordered_map<std::uint64_t, std::size_t>().swap(m_newest);
+        else
+            m_newest.clear();
         m_indexed = 0;
     }
 

@@ -81,3 +81,19 @@ TEST_F(StalledApplication, TheMemoryOfTheQueueIsGivenBackAfterwards)
     }
     EXPECT_LT(heldMemory().bytes - before, 1024);
 }
+
+TEST_F(StalledApplication, TheMemoryOfMergingIsGivenBackAfterwards)
+{
+    const auto pour = [this](int items) {
+        for (int id = 1; id <= items; ++id)
+            CkelApplicationPlus::dataSensor()->post(
+                new CkelAnyDataSensorEvent(id, id, CkelDataSensorEvent::AnyData, CkelDataSensorEvent::Merge));
+        EXPECT_EQ(listener.take().size(), static_cast<std::size_t>(items));
+    };
+    pour(1);
+    const long long before = heldMemory().bytes;
+    pour(20 * static_cast<int>(itemCount));
+    for (int i = 0; i < 2; ++i) // each of the queue's two halves
+        pour(1);
+    EXPECT_LT(heldMemory().bytes - before, 1024);
+}

@@ -111,14 +111,19 @@ public:
             m_others.emplace(name, record.ID);
     }
 
-    /// Forgets every name that leads to the item.
+    /// Forgets the item's own name, if it leads to the item.
     void erase(const tagStorageData& item)
     {
         const Slot& slot = m_table.find(keyOf(item.NameID), [&](const Slot& found) { return found.id == item.ID; });
         if (!slot.isEmpty())
             m_table.erase(slot);
+    }
+
+    /// Forgets the other names of items that are not there any more.
+    void eraseOthers()
+    {
         for (auto other = m_others.begin(); other != m_others.end();)
-            other = other->second == item.ID ? m_others.erase(other) : std::next(other);
+            other = m_items.find(other->second) ? std::next(other) : m_others.erase(other);
     }
 
 private:

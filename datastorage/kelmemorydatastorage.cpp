@@ -615,6 +615,7 @@ void CkelMemoryDataStorage::pushDeleted()
         m_nameMap->erase(*find(id));
         m_idMap->erase(id);
     }
+    m_nameMap->eraseOthers();
     m_anyDeleted = false;
 }
 

@@ -17,6 +17,10 @@ template <typename Slot>
 class OpenTable
 {
 public:
+    OpenTable() = default;
+    OpenTable(const OpenTable&) = delete;
+    OpenTable& operator=(const OpenTable&) = delete;
+
     std::size_t size() const { return m_size; }
 
     /// The first slot of this key that `matches`; where there is none, an empty one.

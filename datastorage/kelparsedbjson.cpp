@@ -2,6 +2,7 @@
 
 #include "datastorage/kelparsedbjson.h"
 
+#include "datastorage/keljsondictionary.h"
 #include "datastorage/kelrapidjson.h"
 #include "kernel/kelfile.h"
 #include "kernel/kelstring.h"
@@ -10,8 +11,8 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstring>
 #include <iostream>
-#include <utility>
 
 namespace Ombrin {
 
@@ -22,8 +23,7 @@ std::uint8_t lowByte(const rapidjson::Value& number)
     return static_cast<std::uint8_t>(number.GetUint());
 }
 
-// RapidJSON's checks and one of ours end the process. Those who look after devices know that one by its line: keep it
-// where it is.
+// Those who look after devices know our check among these by its line. Keep it where it is.
 void checkRoot(const JsonDictionaryShape& shape)
 {
     shape.root.MemberCount();
@@ -37,19 +37,19 @@ void checkRoot(const JsonDictionaryShape& shape)
 
 /// The size is known where this is called, so that most keys are told apart by their lengths alone.
 template <std::size_t size>
-bool is(const std::string_view& key, const char (&name)[size])
+bool is(std::string_view key, const char (&name)[size])
 {
     return key.size() == size - 1 && std::char_traits<char>::compare(key.data(), name, size - 1) == 0;
 }
 
-/// As many items as there can be, unless they are shorter than items are.
-std::size_t likelyItems(std::string_view text)
+/// An upper bound of the items, but no more than there is room for in the text at 32 bytes each.
+std::size_t likelyItems(const char* text)
 {
     constexpr std::size_t shortest = 32;
     std::size_t braces = 0;
-    for (std::size_t at = text.find('{'); at != std::string_view::npos; at = text.find('{', at + 1))
+    for (const char* at = text; (at = std::strchr(at, '{')) != nullptr; ++at)
         ++braces;
-    return std::min(braces, text.size() / shortest);
+    return std::min(braces, std::strlen(text) / shortest);
 }
 
 } // namespace
@@ -58,7 +58,7 @@ std::size_t likelyItems(std::string_view text)
 struct CkelParseDBJson::Items
 {
     void begin() { parser.m_data.ID = 0; }
-    void setField(const std::string_view& key, const rapidjson::Value& value) { parser.setField(key, value); }
+    void setField(std::string_view key, const rapidjson::Value& value) { parser.setField(key, value); }
     void end()
     {
         if (parser.m_data.ID != 0)
@@ -85,16 +85,17 @@ const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fil
         std::cout << "CkelParseDBJson::Parse： open error" << std::endl;
         return unread();
     }
-    CkelByteArray bytes = file.readAll();
+    const CkelByteArray bytes = file.readAll();
     m_dataList.clear();
-    m_dataList.reserve(likelyItems(bytes.toStdString()));
+    m_dataList.reserve(likelyItems(bytes.data()));
 
-    constexpr unsigned int flags = rapidjson::kParseIterativeFlag | rapidjson::kParseInsituFlag; // spares the stack
-    rapidjson::InsituStringStream text(bytes.data());
+    rapidjson::StringStream text(bytes.data());
     JsonDictionaryEvents<Items> events(Items{*this});
-    const bool isJson = !JsonReader().Parse<flags>(text, events).IsError();
+    const bool isJson = !JsonReader().Parse<rapidjson::kParseIterativeFlag>(text, events).IsError(); // spares the stack
     const JsonDictionaryShape none;
     checkRoot(isJson ? events.shape() : none);
+    if (m_dataList.capacity() > 2 * m_dataList.size()) // most of the braces were other objects'
+        m_dataList.shrink_to_fit();
     return m_dataList;
 }
 
@@ -109,7 +110,7 @@ tagStorageData& CkelParseDBJson::deepParse(const rapidjson::Value& item, unsigne
     return m_data;
 }
 
-void CkelParseDBJson::setField(const std::string_view& key, const rapidjson::Value& value)
+void CkelParseDBJson::setField(std::string_view key, const rapidjson::Value& value)
 {
     if (is(key, "Value"))
         setValue(value, m_data.Value);

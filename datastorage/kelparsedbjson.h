@@ -64,7 +64,7 @@ public:
 private:
     struct Items;
 
-    void setField(const std::string_view& key, const rapidjson::Value& value);
+    void setField(std::string_view key, const rapidjson::Value& value);
 
     std::vector<tagStorageData> m_dataList;
     tagStorageData m_data{}; // carries fields from one item to the next

@@ -197,6 +197,24 @@ TEST_F(DictionaryParser, TheLastOfEqualKeysCounts)
     EXPECT_VARIANT(items[0].Value, "two");
 }
 
+TEST_F(DictionaryParser, WhatIsInsideOfAMemberIsNoMember)
+{
+    const auto& items =
+        parse(R"({"a":[{"ID":9,"NameID":"n"},[{"RW":9}]],"ID":1,"b":{"ID":8,"kel":[{"ID":7}]},"RW":2})");
+    ASSERT_EQ(items.size(), 1U);
+    EXPECT_EQ(items[0].ID, 1U);
+    EXPECT_EQ(items[0].NameID, "");
+    EXPECT_EQ(items[0].RW, 2);
+}
+
+TEST_F(DictionaryParser, ManyObjectsBesideTheItemsTakeNoRoom)
+{
+    std::string text = R"({"kel":[{"ID":1}],"other":[{})";
+    for (int i = 0; i < 10000; ++i)
+        text += ",{                               }";
+    EXPECT_LE(parseText(text + "]}").capacity(), 2U);
+}
+
 TEST_F(DictionaryParser, KeysAreComparedExactly)
 {
     const tagStorageData record = item(

@@ -347,6 +347,19 @@ TEST_F(Collection, EveryNameOfADeletedItemLeaves)
     EXPECT_EQ(storage.ID("b"), 0U);
 }
 
+TEST_F(Collection, ASecondNameStaysItsItemsUntilThatLeaves)
+{
+    std::ofstream("twice.json") << R"({"kel":[{"ID":1,"NameID":"a","ValueT":9,"Value":1},{"ID":1,"NameID":"b"}]})";
+    storage.readConfigFile("twice.json", false);
+    storage.insertData(makeItem(2, "b", 5));
+    EXPECT_EQ(storage.ID("b"), 1U);
+    storage.deleteData(1);
+    storage.tick();
+    EXPECT_EQ(storage.ID("b"), 0U);
+    storage.insertData(makeItem(3, "b", 6));
+    EXPECT_EQ(storage.ID("b"), 3U);
+}
+
 TEST_F(Collection, NameThatLeadsToAnotherItemStays)
 {
     storage.insertData(makeItem(200, "item1", 5)); // the name leads to item 1

@@ -156,6 +156,12 @@ print_case_count()
          END { printf "%d passed, %d failed\n", passed, failed }' "$(repo_root)/build/$1/Testing/Temporary/LastTest.log"
 }
 
+# A filter that leaves nothing has a spelling mistake.
+require_cases()
+{
+    [[ -z ${GTEST_FILTER-} || $(print_case_count "$1") != '0 passed'* ]] || die 1 "GTEST_FILTER leaves no case"
+}
+
 # --- sources ---
 
 # Those of the given folders that exist, joined by "|".

@@ -131,7 +131,7 @@ public:
     {
         for (const std::string& name : m_failed)
             std::printf("FAILED: %s\n", name.c_str());
-        std::printf("%zu passed, %zu failed\n", m_passed, m_failed.size());
+        std::printf("%zu passed, %zu failed\n", m_passed, m_failedCases);
         return m_failed.empty() && m_passed > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
     }
 
@@ -155,11 +155,13 @@ private:
         if (WIFSIGNALED(status))
             name += " (signal " + std::to_string(WTERMSIG(status)) + ")";
         m_failed.push_back(std::move(name));
+        m_failedCases += failed.group.size();
     }
 
     std::map<pid_t, Child> m_running;
     std::vector<std::string> m_failed;
     std::size_t m_passed = 0;
+    std::size_t m_failedCases = 0;
 };
 
 } // namespace

@@ -6,7 +6,7 @@ namespace KelTest {
 
 /// While it lives, the n-th allocation fails: once, or every one from then on.
 ///
-/// Counted are operator new, what Asio and the stacks of RapidJSON allocate, and SQLite's memory. One at a time may
+/// Counted are operator new, what Asio and the stack of RapidJSON allocate, and SQLite's memory. One at a time may
 /// live.
 class FailingAllocation
 {

@@ -29,6 +29,7 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 constexpr double growthPromised = 1.0; // MiB an hour
+constexpr std::size_t leastRests = 8;  // for a line through the last two thirds
 
 double secondsSince(Clock::time_point begin)
 {
@@ -276,6 +277,8 @@ private:
             report.failures.emplace_back("events were out of order");
         if (report.unsaved != 0)
             report.failures.emplace_back("items were not saved");
+        if (m_settings.judgeGrowth && m_rests.size() < leastRests)
+            report.failures.emplace_back("the soak was too short to judge the memory");
         if (m_settings.judgeGrowth && growthAfterWarmUp(m_rests, &MemorySample::inUse) >= growthPromised)
             report.failures.emplace_back("the memory in use grows");
         if (m_settings.judgeGrowth && growthAfterWarmUp(m_rests, &MemorySample::resident) >= growthPromised)

@@ -63,7 +63,7 @@ void registerAll(World& world)
     registerTicks(world);
     registerLoading(world);
     registerMemory(world);
-    if (world.size() <= 100000) { // the largest would add nothing but time
+    if (world.size() <= 100000) { // these rows are reported for smaller sizes only
         registerSaving(world);
         registerStartup(world);
     }

@@ -172,20 +172,6 @@ tagStorageData* CkelMemoryDataStorage::findLive(unsigned int id) const
     return item && isLive(*item) ? item : nullptr;
 }
 
-const tagStorageData* CkelMemoryDataStorage::findLive(const std::string& nameID) const
-{
-    const tagStorageData* const item = m_nameMap ? m_nameMap->find(nameID) : nullptr;
-    return item && isLive(*item) ? item : nullptr;
-}
-
-/// What a query by name answers for: a name that leads nowhere means ID 0, under which a damaged local database may
-/// have left an item.
-const tagStorageData* CkelMemoryDataStorage::queryTarget(const std::string& nameID) const
-{
-    const tagStorageData* const item = findLive(nameID);
-    return item ? item : findLive(0U);
-}
-
 // Loading
 
 void CkelMemoryDataStorage::readConfigFile(const std::string& path, bool useLocalDB)
@@ -291,8 +277,8 @@ std::string CkelMemoryDataStorage::nameID(unsigned int id) const
 
 unsigned int CkelMemoryDataStorage::ID(const std::string& nameID) const
 {
-    const tagStorageData* const item = findLive(nameID);
-    return item ? item->ID : 0;
+    const tagStorageData* const item = m_nameMap ? m_nameMap->find(nameID) : nullptr;
+    return item && isLive(*item) ? item->ID : 0;
 }
 
 unsigned int CkelMemoryDataStorage::commSource(unsigned int id) const
@@ -303,8 +289,8 @@ unsigned int CkelMemoryDataStorage::commSource(unsigned int id) const
 
 unsigned int CkelMemoryDataStorage::commSource(const std::string& nameID) const
 {
-    const tagStorageData* const item = findLive(nameID);
-    return item && item->ID != 0 ? item->CommSource : 0;
+    const unsigned int id = ID(nameID);
+    return id != 0 ? commSource(id) : 0;
 }
 
 CkelVariant CkelMemoryDataStorage::queryValue(unsigned int id) const
@@ -315,8 +301,7 @@ CkelVariant CkelMemoryDataStorage::queryValue(unsigned int id) const
 
 CkelVariant CkelMemoryDataStorage::queryValue(const std::string& nameID) const
 {
-    const tagStorageData* const item = queryTarget(nameID);
-    return item ? item->Value : CkelVariant();
+    return queryValue(ID(nameID));
 }
 
 tagStorageData CkelMemoryDataStorage::queryData(unsigned int id) const
@@ -327,8 +312,7 @@ tagStorageData CkelMemoryDataStorage::queryData(unsigned int id) const
 
 tagStorageData CkelMemoryDataStorage::queryData(const std::string& nameID) const
 {
-    const tagStorageData* const item = queryTarget(nameID);
-    return item ? *item : tagStorageData{};
+    return queryData(ID(nameID));
 }
 
 CkelVariant CkelMemoryDataStorage::queryField(unsigned int id, const std::string& field, FieldType /*type*/) const

@@ -189,8 +189,6 @@ private:
     bool isLive(const tagStorageData& item) const;
     tagStorageData* find(unsigned int id) const;
     tagStorageData* findLive(unsigned int id) const;
-    const tagStorageData* findLive(const std::string& nameID) const;
-    const tagStorageData* queryTarget(const std::string& nameID) const;
     void storeValue(tagStorageData& item, CkelVariant&& value, bool merge);
 
     tagStorageData* attributeTarget(unsigned int id, const CkelVariant& value) const;

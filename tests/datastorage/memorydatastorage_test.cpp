@@ -677,3 +677,66 @@ TEST_F(MemoryStorage, ResetCopiesDefaultsUnconvertedAndMarksEverything)
         EXPECT_EQ(markOf(id), modified) << id;
     EXPECT_TRUE(listener.take().empty());
 }
+
+// Derived storages
+
+namespace {
+
+/// Knows an alias of "answer", and answers for item 42 itself.
+class AliasedStorage : public LoadedStorage
+{
+public:
+    AliasedStorage() : LoadedStorage({makeItem(42, "answer", 42)}) {}
+
+    using LoadedStorage::commSource;
+    using LoadedStorage::ID;
+    using LoadedStorage::queryData;
+    using LoadedStorage::queryValue;
+
+    unsigned int ID(const std::string& nameID) const override
+    {
+        return nameID == "alias" ? 42 : LoadedStorage::ID(nameID);
+    }
+    unsigned int commSource(unsigned int id) const override { return LoadedStorage::commSource(id) + 100; }
+    CkelVariant queryValue(unsigned int id) const override { return LoadedStorage::queryValue(id).toDouble() + 100; }
+    tagStorageData queryData(unsigned int id) const override
+    {
+        tagStorageData record = LoadedStorage::queryData(id);
+        record.Block = 99;
+        return record;
+    }
+};
+
+class DerivedStorage : public StorageTest
+{
+protected:
+    AliasedStorage storage;
+    const std::vector<std::string> names{"alias", "answer"};
+};
+
+} // namespace
+
+TEST_F(DerivedStorage, ChannelByNameIsTheChannelOfTheNamesID)
+{
+    EXPECT_EQ(storage.commSource("alias"), 102U);
+    EXPECT_EQ(storage.commSourceList(names), (std::vector<unsigned int>{102, 102}));
+    EXPECT_EQ(storage.commSource("nobody"), 0U) << "without an ID no channel is asked for";
+}
+
+TEST_F(DerivedStorage, ValueByNameIsTheValueOfTheNamesID)
+{
+    EXPECT_VARIANT(storage.queryValue("alias"), 142.0);
+    EXPECT_VARIANT(storage.queryValueList(names)[1], 142.0);
+}
+
+TEST_F(DerivedStorage, RecordByNameIsTheRecordOfTheNamesID)
+{
+    EXPECT_EQ(storage.queryData("alias").Block, 99);
+    EXPECT_EQ(storage.queryDataList(names)[1].Block, 99);
+}
+
+TEST_F(DerivedStorage, FieldByNameIsTheFieldOfTheNamesID)
+{
+    EXPECT_VARIANT(storage.queryField("alias", "Block", anyType), 99);
+    EXPECT_VARIANT(storage.queryFieldList(names, "Block", anyType)[1], 99);
+}

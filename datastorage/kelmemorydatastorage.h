@@ -115,9 +115,9 @@ public:
     CkelVariant updateValue(unsigned int id, const CkelVariant& value, bool merge) override;
     CkelVariant updateValue(const std::string& nameID, const CkelVariant& value, bool merge) override;
 
-    /// All fields but "Value" and "Dirty" are closed while an item is inserted and not yet collected, or deleted:
-    /// writing them does nothing. "Dirty" sets the change mark of an item in any state; 3 deletes it, 0 drops its
-    /// changes.
+    /// "Dirty" sets the change mark of an item in any state: 3 deletes it; 0 keeps its contents and saves nothing of
+    /// what has changed so far. Of a deleted item, every other field is closed: writing it does nothing. Of an item
+    /// that is inserted and not yet collected, every field but "Value" and "Dirty" is.
     void updateField(unsigned int id, const std::string& field, const CkelVariant& value, bool merge) override;
     void updateField(const std::string& nameID, const std::string& field, const CkelVariant& value,
                      bool merge) override;
@@ -202,14 +202,17 @@ private:
     void updateMinValue(unsigned int id, const CkelVariant& value);
     void updateDirty(unsigned int id, const CkelVariant& value);
 
+    // These six in this order; further members follow.
     std::unique_ptr<IDMap> m_idMap;
     std::unique_ptr<NameMap> m_nameMap;
-    // False while no item can be marked deleted: lookups then need not look at marks, which lie apart from the values.
-    bool m_anyDeleted = false;
     std::vector<tagStorageData> m_loadedData;
     CkelMutex m_mutex;
     std::unique_ptr<CkelMemoryDB> m_memoryDB;
     int m_timerId;
+
+    // False while no item can be marked deleted: lookups then skip the mark, which lies two cache lines behind the
+    // value.
+    bool m_anyDeleted = false;
 };
 
 } // namespace Ombrin

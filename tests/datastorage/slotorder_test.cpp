@@ -6,9 +6,12 @@
 #include "datastorage/kelsafememorystorage.h"
 #include "tests/datastorage/storagefixture.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <set>
+#include <type_traits>
 
 using namespace Ombrin;
 using namespace KelTest;
@@ -55,6 +58,28 @@ const void* entryOf(const CkelObject& object, std::size_t slot)
 }
 
 // The destructor takes the first two places.
+/// Explicit instantiation may name a private member.
+template <int Position, auto Member>
+struct ReachMember
+{
+    friend const void* addressOfMember(const CkelMemoryDataStorage& storage, std::integral_constant<int, Position>)
+    {
+        return &(storage.*Member);
+    }
+};
+const void* addressOfMember(const CkelMemoryDataStorage& storage, std::integral_constant<int, 0>);
+const void* addressOfMember(const CkelMemoryDataStorage& storage, std::integral_constant<int, 1>);
+const void* addressOfMember(const CkelMemoryDataStorage& storage, std::integral_constant<int, 2>);
+const void* addressOfMember(const CkelMemoryDataStorage& storage, std::integral_constant<int, 3>);
+const void* addressOfMember(const CkelMemoryDataStorage& storage, std::integral_constant<int, 4>);
+const void* addressOfMember(const CkelMemoryDataStorage& storage, std::integral_constant<int, 5>);
+template struct ReachMember<0, &CkelMemoryDataStorage::m_idMap>;
+template struct ReachMember<1, &CkelMemoryDataStorage::m_nameMap>;
+template struct ReachMember<2, &CkelMemoryDataStorage::m_loadedData>;
+template struct ReachMember<3, &CkelMemoryDataStorage::m_mutex>;
+template struct ReachMember<4, &CkelMemoryDataStorage::m_memoryDB>;
+template struct ReachMember<5, &CkelMemoryDataStorage::m_timerId>;
+
 constexpr std::size_t firstObjectSlot = 2;
 constexpr std::size_t firstStorageSlot = 11;
 constexpr std::size_t storageSlotCount = 53;
@@ -243,4 +268,25 @@ TEST_F(SlotOrder, PersistenceObjectOverridesNothingButTheDestructor)
 TEST_F(SlotOrder, WorkThreadRunsBehindTheObjectOperations)
 {
     EXPECT_EQ((slotOf<void(), CkelMeoryDBWorkThread>(&CkelMeoryDBWorkThread::run)), firstStorageSlot);
+}
+
+TEST_F(SlotOrder, MembersOfTheMemoryStorageStandInTheirOrderBeforeAllOthers)
+{
+    const CkelMemoryDataStorage storage;
+    const void* const members[] = {
+        reinterpret_cast<const char*>(&storage) + sizeof(CkelAbstractDataStorage),
+        addressOfMember(storage, std::integral_constant<int, 0>()),
+        addressOfMember(storage, std::integral_constant<int, 1>()),
+        addressOfMember(storage, std::integral_constant<int, 2>()),
+        addressOfMember(storage, std::integral_constant<int, 3>()),
+        addressOfMember(storage, std::integral_constant<int, 4>()),
+        addressOfMember(storage, std::integral_constant<int, 5>()),
+    };
+    EXPECT_EQ(members[0], members[1]) << "nothing stands before the first";
+    EXPECT_TRUE(std::is_sorted(std::begin(members), std::end(members)));
+    EXPECT_EQ(static_cast<const char*>(members[2]) - static_cast<const char*>(members[1]),
+              static_cast<std::ptrdiff_t>(sizeof(void*)));
+    EXPECT_EQ(static_cast<const char*>(members[3]) - static_cast<const char*>(members[2]),
+              static_cast<std::ptrdiff_t>(sizeof(void*)))
+        << "nothing stands between";
 }

@@ -1,13 +1,13 @@
 #include "database/kelsqlitevariantvector.h"
 
 #include "database/kelsqliteconnectionlock.h"
+#include "kernel/kelreport.h"
 
 #include <sqlite3.h>
 
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <limits>
 #include <type_traits>
 
@@ -18,6 +18,7 @@ namespace {
 /// Ends the process as a failed assert does, in every build.
 [[noreturn]] void failCheck(const char* expression, const char* file, int line, const char* function)
 {
+    CkelReport::printHeld();
     std::fprintf(stderr, "%s:%d: %s: Assertion `%s' failed.\n", file, line, function, expression);
     std::abort();
 }
@@ -95,7 +96,7 @@ const CkelVariant& CkelSqliteVariantVector::column(int index) const
         failCheck("index>=0||index<count()", __FILE__, __LINE__, static_cast<const char*>(__func__));
     const Column& column = m_columns[static_cast<std::size_t>(index)];
     if (column.isBlob)
-        std::cout << "current type is " << SQLITE_BLOB << " is not defined. " << std::endl;
+        CkelReport::print("current type is " + std::to_string(SQLITE_BLOB) + " is not defined. ");
     return column.value;
 }
 

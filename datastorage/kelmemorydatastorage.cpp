@@ -10,6 +10,7 @@
 #include "kernel/keldatasensor.h"
 #include "kernel/kelevent.h"
 #include "kernel/kelfile.h"
+#include "kernel/kelreport.h"
 
 #include <iostream>
 #include <utility>
@@ -390,7 +391,8 @@ void CkelMemoryDataStorage::insertData(const tagStorageData& record)
         if (item->Dirty == DirtyDeleted)
             item->Dirty = DirtyInserted;
         else
-            std::cout << "CkelMemoryDataStorage::insertData: ID= " << record.ID << " Already Exists" << std::endl;
+            CkelReport::print("CkelMemoryDataStorage::insertData: ID= " + std::to_string(record.ID) +
+                              " Already Exists");
         return;
     }
     auto item = std::make_unique<tagStorageData>(record);
@@ -483,7 +485,7 @@ std::vector<unsigned int> CkelMemoryDataStorage::selectByField(const std::string
         return validIDByBlock(value.toUInt(), op);
     if (field == "Dirty")
         return validIDByDirty(value.toUInt(), op);
-    std::cout << "CkelMemoryDataStorage::deleteDataListByField: Not Support ByField" << field << std::endl;
+    CkelReport::print("CkelMemoryDataStorage::deleteDataListByField: Not Support ByField" + field);
     return {};
 }
 

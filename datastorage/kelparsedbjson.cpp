@@ -5,6 +5,7 @@
 #include "datastorage/keljsondictionary.h"
 #include "datastorage/kelrapidjson.h"
 #include "kernel/kelfile.h"
+#include "kernel/kelreport.h"
 #include "kernel/kelstring.h"
 
 #include <rapidjson/document.h>
@@ -12,27 +13,31 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
-#include <iostream>
+#include <locale>
+#include <sstream>
 
 namespace Ombrin {
 
 namespace {
 
-std::uint8_t lowByte(const rapidjson::Value& number)
-{
-    return static_cast<std::uint8_t>(number.GetUint());
-}
-
-// Those who look after devices know our check among these by its line. Keep it where it is.
+/// Ends the process unless the text is a dictionary. The assertion must stay on its line: service staff find it in logs
+/// by its number.
 void checkRoot(const JsonDictionaryShape& shape)
 {
+    CkelReport::printHeld();
     shape.root.MemberCount();
     if (!shape.hasItems) {
-        std::cout << "kel not be found!" << std::endl;
+        CkelReport::print("kel not be found!");
+        CkelReport::printHeld();
         assert(false);
     }
     shape.items.GetArray();
     shape.item.MemberCount();
+}
+
+std::uint8_t lowByte(const rapidjson::Value& number)
+{
+    return static_cast<std::uint8_t>(number.GetUint());
 }
 
 /// The size is known where this is called, so that most keys are told apart by their lengths alone.
@@ -82,7 +87,7 @@ const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fil
 {
     CkelFile file(CkelString::fromAscii(fileName.c_str(), -1));
     if (!file.open(CkelDevice::ReadOnly)) {
-        std::cout << "CkelParseDBJson::Parse： open error" << std::endl;
+        CkelReport::print("CkelParseDBJson::Parse： open error");
         return unread();
     }
     const CkelByteArray bytes = file.readAll();
@@ -162,11 +167,11 @@ void CkelParseDBJson::printJson(const rapidjson::Value& item, unsigned int /*mem
     for (const auto& member : item.GetObject()) {
         const std::string key(member.name.GetString(), member.name.GetStringLength());
         if (key == "ID")
-            std::cout << " id = " << member.value.GetUint() << std::endl;
+            CkelReport::print(" id = " + std::to_string(member.value.GetUint()));
         else if (key == "NameID")
-            std::cout << " name = " << member.value.GetString() << std::endl;
+            CkelReport::print(std::string(" name = ") + member.value.GetString());
         else if (key == "CommSource")
-            std::cout << " CommSource = " << member.value.GetUint() << std::endl;
+            CkelReport::print(" CommSource = " + std::to_string(member.value.GetUint()));
         else if (key == "Block" || key == "RW" || key == "ValueT" || key == "Value" || key == "DefValue" ||
                  key == "Max" || key == "Min" || key == "DBSource")
             printDependType(key, member.value);
@@ -176,22 +181,24 @@ void CkelParseDBJson::printJson(const rapidjson::Value& item, unsigned int /*mem
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static): part of the interface as it is
 void CkelParseDBJson::printDependType(const std::string& key, const rapidjson::Value& value)
 {
-    std::cout << ' ' << key << " = ";
+    std::ostringstream line;
+    line.imbue(std::locale::classic()); // whatever the application has made the global one
+    line << ' ' << key << " = ";
     if (value.IsBool())
-        std::cout << value.GetBool();
+        line << value.GetBool();
     else if (value.IsInt())
-        std::cout << value.GetInt();
+        line << value.GetInt();
     else if (value.IsUint())
-        std::cout << value.GetUint();
+        line << value.GetUint();
     else if (value.IsInt64())
-        std::cout << value.GetInt64();
+        line << value.GetInt64();
     else if (value.IsUint64())
-        std::cout << value.GetUint64();
+        line << value.GetUint64();
     else if (value.IsNumber())
-        std::cout << value.GetDouble();
+        line << value.GetDouble();
     else if (value.IsString())
-        std::cout << value.GetString();
-    std::cout << std::endl;
+        line << value.GetString();
+    CkelReport::print(line.str());
 }
 
 } // namespace Ombrin

@@ -6,12 +6,12 @@
 #include <sqlite3.h>
 
 #include <chrono>
+#include <limits>
 
 namespace Ombrin {
 
 namespace {
 
-constexpr std::chrono::milliseconds busyTimeOut{5000};
 constexpr int longestRow = 64 << 20; // bytes
 
 /// Anybody may have made the file: nothing in it is run, nothing but tables is read, and what a table's constraints
@@ -48,8 +48,14 @@ bool CkelSqliteDB::open(const CkelString& fileName)
         return false;
     }
     distrustFile(m_connection);
-    sqlite3_busy_timeout(m_connection, static_cast<int>(busyTimeOut.count()));
+    setBusyTimeOut(defaultBusyTimeOut);
     return true;
+}
+
+void CkelSqliteDB::setBusyTimeOut(std::chrono::milliseconds timeOut)
+{
+    if (m_connection)
+        sqlite3_busy_timeout(m_connection, static_cast<int>(timeOut.count()));
 }
 
 void CkelSqliteDB::close()
@@ -59,6 +65,15 @@ void CkelSqliteDB::close()
 }
 
 bool CkelSqliteDB::forEachRow(const CkelString& text, const std::function<void(const CkelSqliteVariantVector&)>& visit)
+{
+    return forEachRow(text, std::numeric_limits<int>::max(), [&visit](const CkelSqliteVariantVector& row) {
+        visit(row);
+        return true;
+    });
+}
+
+bool CkelSqliteDB::forEachRow(const CkelString& text, int columns,
+                              const std::function<bool(const CkelSqliteVariantVector&)>& visit)
 {
     CkelSqliteStatement statement(m_connection, text.toStdString());
     if (!statement.isValid()) {
@@ -70,8 +85,9 @@ bool CkelSqliteDB::forEachRow(const CkelString& text, const std::function<void(c
     const CkelSqliteConnectionLock lock(m_connection);
     CkelSqliteVariantVector row;
     while ((m_lastResult = sqlite3_step(statement.handle())) == SQLITE_ROW) {
-        row.read(statement.handle());
-        visit(row);
+        row.read(statement.handle(), columns);
+        if (!visit(row))
+            return false;
     }
     return m_lastResult == SQLITE_DONE;
 }

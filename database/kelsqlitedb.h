@@ -5,6 +5,7 @@
 #include "kernel/kellist.h"
 #include "kernel/kelstring.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -15,8 +16,8 @@ namespace Ombrin {
 
 /// One connection to an SQLite file; closed by its destructor.
 ///
-/// A file that another connection holds locked is waited for, up to five seconds. The connection may be used from
-/// several threads, but a transaction belongs to whoever began it: keep threads apart while one is open.
+/// A statement waits for a file that another connection holds locked; see setBusyTimeOut(). The connection may be used
+/// from several threads, but a transaction belongs to whoever began it: keep threads apart while one is open.
 ///
 /// The file need not be trusted. Triggers do not fire, views and virtual tables cannot be read, extensions cannot be
 /// loaded, and a table's own expressions may use functions without side effects only. A text or a row of more than
@@ -24,6 +25,8 @@ namespace Ombrin {
 class KEL_EXPORT CkelSqliteDB
 {
 public:
+    static constexpr std::chrono::milliseconds defaultBusyTimeOut{5000};
+
     /// Closed at first.
     CkelSqliteDB() = default;
     ~CkelSqliteDB();
@@ -59,6 +62,13 @@ public:
     /// Calls `visit` with each row that `text` returns, one after the other. False when the statement fails; rows read
     /// before that have been visited.
     bool forEachRow(const CkelString& text, const std::function<void(const CkelSqliteVariantVector&)>& visit);
+
+    /// The same for the first `columns` columns of each row, until `visit` returns false; the result is false then too.
+    bool forEachRow(const CkelString& text, int columns,
+                    const std::function<bool(const CkelSqliteVariantVector&)>& visit);
+
+    /// How long a statement waits for a file that another connection holds locked; defaultBusyTimeOut after open().
+    void setBusyTimeOut(std::chrono::milliseconds timeOut);
 
     /// The SQLite result code of the newest query or executed text.
     int lastResult() const { return m_lastResult; }

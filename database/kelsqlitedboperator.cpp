@@ -111,16 +111,16 @@ std::vector<std::string> CkelSqliteDBOperator::tables() const
     return names;
 }
 
-bool CkelSqliteDBOperator::isStoredTable() const
+bool CkelSqliteDBOperator::isStoredTable(int columns) const
 {
-    constexpr int hiddenColumn = 6; // of the answer: more than 0 for what is computed
-    bool anyColumn = false;
+    constexpr int hiddenColumn = 6; // of the answer: more than 0 for a computed column
+    int seen = 0;
     bool computed = false;
     const auto visit = [&](const CkelSqliteVariantVector& row) {
-        anyColumn = true;
-        computed = computed || row.toValue<long long>(hiddenColumn) != 0;
+        computed = computed || (seen < columns && row.toValue<long long>(hiddenColumn) != 0);
+        ++seen;
     };
-    return isReady() && m_database->forEachRow("PRAGMA table_xinfo(" + m_table + ")", visit) && anyColumn && !computed;
+    return isReady() && m_database->forEachRow("PRAGMA table_xinfo(" + m_table + ")", visit) && seen > 0 && !computed;
 }
 
 std::string CkelSqliteDBOperator::createText(const std::vector<Column>& columns) const

@@ -78,8 +78,9 @@ public:
     /// CkelSqliteDB::lastResult tells which.
     std::vector<std::string> tables() const;
 
-    /// Whether the file holds every column of the selected table, so that reading it computes nothing.
-    bool isStoredTable() const;
+    /// Whether there is the selected table and the file holds its first `columns` columns, so that reading them
+    /// computes nothing.
+    bool isStoredTable(int columns) const;
 
     /// Creates the table if it is not there.
     std::string createText(const std::vector<Column>& columns) const;

@@ -51,12 +51,14 @@ bool CkelSqliteStatement::execute()
 CkelSqliteTransaction::CkelSqliteTransaction(sqlite3* connection)
     : m_connection(connection),
       m_rollback(connection, "ROLLBACK"),
-      m_open(m_rollback.isValid() &&
-             sqlite3_exec(connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK)
+      m_lastResult(m_rollback.isValid() ? sqlite3_exec(connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr)
+                                        : SQLITE_MISUSE),
+      m_open(m_lastResult == SQLITE_OK)
 {
     // On a file that cannot be written SQLite begins a transaction that only reads.
     if (m_open && sqlite3_db_readonly(connection, "main") != 0) {
         rollBack();
+        m_lastResult = SQLITE_READONLY;
         m_open = false;
     }
 }
@@ -76,10 +78,11 @@ void CkelSqliteTransaction::rollBack()
 
 bool CkelSqliteTransaction::commit()
 {
-    if (!m_open || sqlite3_exec(m_connection, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK)
+    if (!m_open)
         return false;
-    m_open = false;
-    return true;
+    m_lastResult = sqlite3_exec(m_connection, "COMMIT", nullptr, nullptr, nullptr);
+    m_open = m_lastResult != SQLITE_OK;
+    return !m_open;
 }
 
 } // namespace Ombrin

@@ -64,11 +64,15 @@ public:
     /// False when the changes could not be written; the destructor then rolls them back. It may be called again.
     bool commit();
 
+    /// SQLite's result code of "BEGIN IMMEDIATE" or, once commit() was called, of "COMMIT".
+    int lastResult() const { return m_lastResult; }
+
 private:
     void rollBack();
 
     sqlite3* const m_connection;
-    CkelSqliteStatement m_rollback; // prepared beforehand: it must not fail for want of memory
+    CkelSqliteStatement m_rollback; // prepared here because rolling back must not allocate
+    int m_lastResult;
     bool m_open;
 };
 

@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -76,11 +77,11 @@ CkelVariant variantOf(sqlite3_value* column, int type)
 
 } // namespace
 
-void CkelSqliteVariantVector::read(sqlite3_stmt* row)
+void CkelSqliteVariantVector::read(sqlite3_stmt* row, int most)
 {
-    // Under the connection's lock its values may be read directly; by column, each look would take the lock anew.
+    // Every sqlite3_column_* call takes the connection's lock; values may be read directly under it.
     const CkelSqliteConnectionLock lock(sqlite3_db_handle(row));
-    const int columns = sqlite3_column_count(row);
+    const int columns = std::min(sqlite3_column_count(row), most);
     m_columns.clear();
     for (int index = 0; index < columns; ++index) {
         sqlite3_value* const column = sqlite3_column_value(row, index);

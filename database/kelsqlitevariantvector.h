@@ -3,6 +3,7 @@
 #include "kernel/kelglobal.h"
 #include "kernel/kelvariant.h"
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -29,8 +30,8 @@ public:
     template <typename T>
     T toValue(int index) const;
 
-    /// Takes the columns of the row on which `row` stands.
-    void read(sqlite3_stmt* row);
+    /// Takes the columns of the row on which `row` stands, the first `most` of them.
+    void read(sqlite3_stmt* row, int most = std::numeric_limits<int>::max());
 
 private:
     struct Column

@@ -41,12 +41,10 @@ public:
         m_table.insert({item->ID, static_cast<std::uint32_t>(size() - 1), item});
     }
 
-    /// The ID need not be there.
+    /// The ID must be there.
     void erase(unsigned int id)
     {
         const Slot& slot = m_table.find(id, anySlot);
-        if (slot.isEmpty())
-            return;
         m_table.find(m_records.back()->ID, anySlot).position = slot.position;
         m_records[slot.position].swap(m_records.back());
         m_table.erase(slot);

@@ -12,7 +12,7 @@
 #include "kernel/kelfile.h"
 #include "kernel/kelreport.h"
 
-#include <iostream>
+#include <mutex>
 #include <utility>
 
 namespace Ombrin {
@@ -20,6 +20,7 @@ namespace Ombrin {
 namespace {
 
 constexpr int collectionInterval = 1000; // milliseconds
+constexpr int configurationColumns = 11;
 
 /// One result for each element of `keys`, in their order.
 template <typename Result, typename Key, typename Lookup>
@@ -183,10 +184,10 @@ void CkelMemoryDataStorage::readConfigFile(const std::string& path, bool useLoca
     else if (name.endsWith(".db", CkelString::CaseSensitive))
         readDBFile(path);
 
-    const bool hasTable = hasLocalDB();
-    if (hasTable && (useLocalDB || !m_idMap))
+    const bool isReadable = m_memoryDB->lookForTable();
+    if (hasLocalDB() && (useLocalDB || !m_idMap))
         loadLocalDB();
-    else if (hasTable || m_memoryDB->isTableKnown()) // what cannot be read now may hold saved values
+    else if (isReadable) // a table that cannot be read now may hold saved values
         createLocalDB();
 }
 
@@ -210,24 +211,26 @@ bool CkelMemoryDataStorage::readDBFile(const std::string& path)
     database.open(path);
     CkelSqliteDBOperator table(&database);
     table.selectTable("kel");
-    if (!table.isStoredTable())
+    if (!table.isStoredTable(configurationColumns))
         return false;
 
+    CkelReport::Hold reports;
     Indexes indexes;
-    std::vector<std::pair<unsigned int, int>> unknown; // IDs and value types
-    tagStorageData record{};                           // a field that a row does not set keeps what the row before left
+    tagStorageData record{}; // reused on purpose: a field that a row does not set keeps the previous row's value
     bool anyRow = false;
-    const bool complete = database.forEachRow("SELECT * FROM kel", [&](const CkelSqliteVariantVector& row) {
+    const auto visit = [&](const CkelSqliteVariantVector& row) {
         anyRow = true;
         if (!readConfigurationRow(row, record))
-            unknown.emplace_back(record.ID, record.ValueT);
+            reportUnknownType(record);
         else if (record.ID != 0)
             indexes.add(record);
-    });
-    if (!anyRow || !complete)
+        return true;
+    };
+    const bool complete = database.forEachRow("SELECT * FROM kel", configurationColumns, visit);
+    if (!complete)
+        reports.discard(); // a file that cannot be read to its end has no rows
+    if (!complete || !anyRow)
         return false;
-    for (const auto& [id, valueType] : unknown)
-        std::cout << "CkelMemoryDB::loadMemoryDB( id= " << id << " ) : Unknown Type " << valueType << std::endl;
     adopt(std::move(indexes));
     return true;
 }
@@ -564,7 +567,8 @@ void CkelMemoryDataStorage::timerEvent(CkelTimerEvent* /*event*/)
 
 void CkelMemoryDataStorage::syncToMemoryDB()
 {
-    const CkelMutexLocker lock(m_mutex);
+    CkelMutex* const shared = mutex();
+    const auto lock = shared ? std::unique_lock<CkelMutex>(*shared) : std::unique_lock<CkelMutex>();
     pushMarked(DirtyModified, tagDBBlock::Update);
     pushMarked(DirtyInserted, tagDBBlock::Insert);
     pushDeleted();

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <iostream>
 #include <limits>
 #include <mutex>
 #include <utility>
@@ -24,6 +23,8 @@ constexpr const char* fileName = "kelmem.db";
 constexpr const char* tableName = "kel";
 constexpr int writeInterval = 1000; // milliseconds
 constexpr std::size_t queueCapacity = 100;
+constexpr int noKind = -1;
+constexpr int columnsRead = 10; // Unit and CUnit are written only
 
 const std::vector<CkelSqliteDBOperator::Column>& tableColumns()
 {
@@ -117,6 +118,28 @@ bool bindRow(CkelSqliteStatement& statement, const tagStorageData& record, Stora
            bindFields(statement, 3, record, form);
 }
 
+int basicCodeOf(int result)
+{
+    constexpr int basicCode = 0xFF; // extended codes say more above these bits
+    return result & basicCode;
+}
+
+/// While it lives, no statement waits for a locked file.
+class NoWaiting
+{
+public:
+    explicit NoWaiting(CkelSqliteDB& database) : m_database(database)
+    {
+        database.setBusyTimeOut(std::chrono::milliseconds(0));
+    }
+    ~NoWaiting() { m_database.setBusyTimeOut(CkelSqliteDB::defaultBusyTimeOut); }
+    NoWaiting(const NoWaiting&) = delete;
+    NoWaiting& operator=(const NoWaiting&) = delete;
+
+private:
+    CkelSqliteDB& m_database;
+};
+
 std::vector<unsigned int> idsOf(const std::vector<tagStorageData>& records)
 {
     std::vector<unsigned int> ids;
@@ -126,17 +149,16 @@ std::vector<unsigned int> idsOf(const std::vector<tagStorageData>& records)
     return ids;
 }
 
-/// A record that fails is left behind and the batch goes on, unless it is the storage that failed: SQLite may have
-/// given up the transaction, and what it took before must not be called saved.
+/// A record that SQLite refuses is left out and the batch goes on. Not after an error of the file: SQLite may have
+/// rolled the transaction back.
 bool canGoOn(sqlite3* connection)
 {
     if (sqlite3_get_autocommit(connection) != 0)
         return false;
-    constexpr int basicCode = 0xFF; // extended ones say more above these bits
-    switch (sqlite3_errcode(connection) & basicCode) {
+    switch (basicCodeOf(sqlite3_errcode(connection))) {
     case SQLITE_OK:
-    case SQLITE_ROW& basicCode:
-    case SQLITE_DONE& basicCode:
+    case SQLITE_ROW:
+    case SQLITE_DONE:
     case SQLITE_ERROR:
     case SQLITE_CONSTRAINT:
     case SQLITE_MISMATCH:
@@ -148,10 +170,12 @@ bool canGoOn(sqlite3* connection)
     }
 }
 
-/// A finite number of whole numbers and powers of two, which SQLite computes without rounding on every target. Decimals
-/// of many digits it reads less exactly, the more so where `long double` is no wider than `double`.
+/// A finite number as whole numbers and powers of two, which SQLite computes without rounding on every target; it reads
+/// decimals of many digits less exactly. The result is a real also in a column without a type.
 std::string exactLiteralOf(double real)
 {
+    if (real == 0)
+        return std::signbit(real) ? "-0.0" : "0.0";
     constexpr int digits = std::numeric_limits<double>::digits;
     constexpr int widestStep = digits - 1;
     int exponent = 0;
@@ -160,10 +184,12 @@ std::string exactLiteralOf(double real)
     for (; exponent < 0 && mantissa % 2 == 0; ++exponent)
         mantissa /= 2;
     std::string text = CkelString::number(mantissa).toStdString();
-    for (int left = std::abs(exponent); left > 0; left -= widestStep) {
+    int left = std::abs(exponent);
+    do {
         const long long power = 1LL << std::min(left, widestStep);
         text += (exponent > 0 ? " * " : " / ") + CkelString::number(power).toStdString() + ".0";
-    }
+        left -= widestStep;
+    } while (left > 0);
     return text;
 }
 
@@ -192,6 +218,7 @@ CkelMemoryDB::CkelMemoryDB(CkelObject* parent) : CkelObject(parent)
 {
     storeherits("CkelMemoryDB");
     m_database.open(fileName);
+    lookForTable();
     m_thread = std::make_unique<CkelMeoryDBWorkThread>();
     m_timer = std::make_unique<CkelTimer>();
     m_timer->connectTimeOut("CkelMemoryDB::sync()", [this] { sync(); });
@@ -211,7 +238,14 @@ CkelMemoryDB::~CkelMemoryDB()
 
 // The queue
 
-void CkelMemoryDB::push(tagDBBlock block)
+void CkelMemoryDB::push(const tagDBBlock& block)
+{
+    const CkelMutexLocker lock(m_queueMutex);
+    if (m_queue.size() < queueCapacity)
+        m_queue.push_back(block);
+}
+
+void CkelMemoryDB::push(tagDBBlock&& block)
 {
     const CkelMutexLocker lock(m_queueMutex);
     if (m_queue.size() < queueCapacity)
@@ -221,6 +255,8 @@ void CkelMemoryDB::push(tagDBBlock block)
 tagDBBlock CkelMemoryDB::pop()
 {
     const CkelMutexLocker lock(m_queueMutex);
+    if (m_queue.empty())
+        return {noKind, {}};
     tagDBBlock block = std::move(m_queue.front());
     m_queue.pop_front();
     return block;
@@ -235,9 +271,7 @@ bool CkelMemoryDB::isEmpty() const
 void CkelMemoryDB::sync()
 {
     const CkelMutexLocker lock(m_fileMutex);
-    if (isEmpty())
-        return;
-    const tagDBBlock block = pop();
+    const tagDBBlock block = pop(); // of no kind when the queue is empty
     switch (block.kind) {
     case tagDBBlock::Insert:
         insertRows(block.records);
@@ -264,15 +298,28 @@ CkelSqliteDBOperator CkelMemoryDB::tableOperator() const
 
 bool CkelMemoryDB::hasMemoryDBTable() const
 {
-    // A storage asks every second on its own thread, which must not stand still while a block is written.
-    std::unique_lock<CkelMutex> lock;
-    if (m_table == TableState::Unknown)
-        lock = std::unique_lock<CkelMutex>(m_fileMutex);
-    else if (m_fileMutex.tryLock())
-        lock = std::unique_lock<CkelMutex>(m_fileMutex, std::adopt_lock);
-    if (lock.owns_lock())
-        m_table = queryTable();
+    // A storage asks every second on the application's thread.
+    if (m_fileMutex.tryLock()) {
+        const std::unique_lock<CkelMutex> lock(m_fileMutex, std::adopt_lock);
+        const NoWaiting noWaiting(m_database);
+        look();
+    }
     return m_table == TableState::Present;
+}
+
+bool CkelMemoryDB::lookForTable()
+{
+    const CkelMutexLocker lock(m_fileMutex);
+    return look();
+}
+
+/// False when the file gives no answer. A locked file leaves what was known.
+bool CkelMemoryDB::look() const
+{
+    const TableState seen = queryTable();
+    if (seen != TableState::Unknown || basicCodeOf(m_database.lastResult()) != SQLITE_BUSY)
+        m_table = seen;
+    return seen != TableState::Unknown;
 }
 
 CkelMemoryDB::TableState CkelMemoryDB::queryTable() const
@@ -293,10 +340,10 @@ bool CkelMemoryDB::createMemoryDBTable()
 bool CkelMemoryDB::createTable()
 {
     const CkelSqliteDBOperator table = tableOperator();
-    if (!table.execute_helper(table.createText(tableColumns())))
-        return false;
-    m_table = queryTable(); // a view of that name passes for the table here
-    return m_table == TableState::Present;
+    const bool done = table.execute_helper(table.createText(tableColumns()));
+    if (done)
+        m_table = queryTable(); // IF NOT EXISTS also succeeds for a view
+    return done;
 }
 
 bool CkelMemoryDB::dropMemoryDBTable()
@@ -317,28 +364,42 @@ bool CkelMemoryDB::dropTable()
 bool CkelMemoryDB::rebuildMemoryDBTable(const std::vector<tagStorageData>& records)
 {
     const CkelMutexLocker lock(m_fileMutex);
-    CkelSqliteTransaction transaction(m_database.handle());
-    if (!transaction.isOpen())
-        return false;
+    const TableState before = m_table;
     bool done = false;
     try {
-        done = replaceTable(records) && transaction.commit();
+        done = inTransaction([&]() KEL_NO_LOCK_ANALYSIS { return replaceTable(records); });
     } catch (...) {
-        m_table = TableState::Unknown;
+        m_table = before;
         throw;
     }
     if (!done)
-        m_table = TableState::Unknown; // rolled back to what it was
+        m_table = before; // rolled back
     return done;
 }
 
-/// In an open transaction, which SQLite may give up at each step: what follows would then be done without one.
+/// In an open transaction. SQLite may roll it back on an error: check after each step.
 bool CkelMemoryDB::replaceTable(const std::vector<tagStorageData>& records)
 {
     sqlite3* const connection = m_database.handle();
     const TableState before = queryTable();
-    return before != TableState::Unknown && canGoOn(connection) && (before == TableState::Missing || dropTable()) &&
-           canGoOn(connection) && createTable() && canGoOn(connection) && replaceRows(records);
+    if (before == TableState::Unknown || !canGoOn(connection))
+        return false;
+    const bool dropped = dropTable(); // always: SQLite's names ignore case, and a table "KEL" would be in the way
+    return (dropped || before == TableState::Missing) && canGoOn(connection) && createTable() && canGoOn(connection) &&
+           replaceRows(records);
+}
+
+/// Calls `write`, which finalises its statements, in a transaction; rolls back unless both succeed.
+template <typename Write>
+bool CkelMemoryDB::inTransaction(Write write)
+{
+    CkelSqliteTransaction transaction(m_database.handle());
+    m_database.setLastResult(transaction.lastResult());
+    if (!transaction.isOpen() || !write())
+        return false;
+    const bool done = transaction.commit();
+    m_database.setLastResult(transaction.lastResult());
+    return done;
 }
 
 bool CkelMemoryDB::insertData(const tagStorageData& record)
@@ -356,20 +417,21 @@ bool CkelMemoryDB::insertDatas(const std::vector<tagStorageData>& records)
 
 bool CkelMemoryDB::insertRows(const std::vector<tagStorageData>& records)
 {
-    CkelSqliteTransaction transaction(m_database.handle());
-    return transaction.isOpen() && replaceRows(records) && transaction.commit();
+    return inTransaction([&]() KEL_NO_LOCK_ANALYSIS { return replaceRows(records); });
 }
 
 bool CkelMemoryDB::replaceRows(const std::vector<tagStorageData>& records)
 {
     CkelSqliteStatement statement(m_database.handle(), tableOperator().insertText(columnNames(0), true));
+    if (!statement.isValid())
+        return false;
     for (const tagStorageData& record : records) {
         if (bindRow(statement, record, storageClassOf(*this, record.Value.type())))
             statement.execute();
         if (!canGoOn(m_database.handle()))
             return false;
     }
-    return statement.isValid();
+    return true;
 }
 
 bool CkelMemoryDB::updateValue(unsigned int id, const CkelVariant& value)
@@ -383,11 +445,15 @@ bool CkelMemoryDB::updateValue(unsigned int id, const CkelVariant& value)
 bool CkelMemoryDB::updateValues(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values)
 {
     const CkelMutexLocker lock(m_fileMutex);
-    CkelSqliteTransaction transaction(m_database.handle());
+    return inTransaction([&]() KEL_NO_LOCK_ANALYSIS { return setValues(ids, values); });
+}
+
+bool CkelMemoryDB::setValues(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values)
+{
     CkelSqliteStatement statement(
         m_database.handle(),
         tableOperator().updateText({"Value"}, CkelSqliteDBOperator::whereText("ID", CkelSqliteDBOperator::Equal, "?")));
-    if (!transaction.isOpen() || !statement.isValid())
+    if (!statement.isValid())
         return false;
     const std::size_t count = std::min(ids.size(), values.size());
     for (std::size_t i = 0; i < count; ++i) {
@@ -397,7 +463,7 @@ bool CkelMemoryDB::updateValues(const std::vector<unsigned int>& ids, const std:
         if (!canGoOn(m_database.handle()))
             return false;
     }
-    return transaction.commit();
+    return true;
 }
 
 bool CkelMemoryDB::updateDatas(const std::vector<tagStorageData>& records)
@@ -408,14 +474,18 @@ bool CkelMemoryDB::updateDatas(const std::vector<tagStorageData>& records)
 
 bool CkelMemoryDB::updateRows(const std::vector<tagStorageData>& records)
 {
+    return inTransaction([&]() KEL_NO_LOCK_ANALYSIS { return setFields(records); });
+}
+
+bool CkelMemoryDB::setFields(const std::vector<tagStorageData>& records)
+{
     constexpr std::size_t firstField = 2; // behind ID and NameID, which never change
     constexpr int idPosition = 11;
-    CkelSqliteTransaction transaction(m_database.handle());
     CkelSqliteStatement statement(
         m_database.handle(),
         tableOperator().updateText(columnNames(firstField),
                                    CkelSqliteDBOperator::whereText("ID", CkelSqliteDBOperator::Equal, "?")));
-    if (!transaction.isOpen() || !statement.isValid())
+    if (!statement.isValid())
         return false;
     for (const tagStorageData& record : records) {
         if (bindFields(statement, 1, record, storageClassOf(*this, record.Value.type())) &&
@@ -424,7 +494,7 @@ bool CkelMemoryDB::updateRows(const std::vector<tagStorageData>& records)
         if (!canGoOn(m_database.handle()))
             return false;
     }
-    return transaction.commit();
+    return true;
 }
 
 bool CkelMemoryDB::deleteData(unsigned int id)
@@ -482,16 +552,17 @@ std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
     const CkelMutexLocker lock(m_fileMutex);
     m_loadedList.clear();
     m_loadComplete = false;
-    if (!tableOperator().isStoredTable())
+    if (!tableOperator().isStoredTable(columnsRead))
         return m_loadedList;
-    m_loadComplete = m_database.forEachRow(tableOperator().selectText(), [this](const CkelSqliteVariantVector& row) {
+    const auto visit = [this](const CkelSqliteVariantVector& row) {
         tagStorageData record{};
         if (readSavedRow(row, record))
             m_loadedList.push_back(std::move(record));
         else
-            std::cout << "CkelMemoryDB::loadMemoryDB( id= " << record.ID << " ) : Unknown Type " << int{record.ValueT}
-                      << std::endl;
-    });
+            reportUnknownType(record);
+        return true;
+    };
+    m_loadComplete = m_database.forEachRow(tableOperator().selectText(), columnsRead, visit);
     return m_loadedList;
 }
 

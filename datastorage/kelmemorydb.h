@@ -45,23 +45,26 @@ struct tagDBBlock
 /// **Writing behind.** Blocks of changes wait in a queue; a worker thread takes one a second and writes it in one
 /// transaction. Destruction lets a block that is being written finish and drops those that wait.
 ///
-/// **Threads.** Every operation is safe from any thread. One works on the file at a time; hasMemoryDBTable waits
-/// for it at its first call only.
+/// **Threads.** Every operation is safe from any thread, but one thread at a time may load and use the list. One
+/// operation works on the file at a time; it waits up to five seconds for a file that another program holds locked.
+/// hasMemoryDBTable() and the queue never wait for the file.
 class KEL_EXPORT CkelMemoryDB : public CkelObject
 {
 public:
-    /// Opens "kelmem.db", and makes it if it is missing. Where that fails, every operation fails. Starts the worker
-    /// thread.
+    /// Opens "kelmem.db", and makes it if it is missing. Where that fails, every operation fails. Looks for the table
+    /// as lookForTable() does. Starts the worker thread.
     explicit CkelMemoryDB(CkelObject* parent = nullptr);
     ~CkelMemoryDB() override;
 
-    /// Whether the file holds the table. While another operation works on the file, the answer is what was last seen.
-    bool hasMemoryDBTable() const KEL_NO_LOCK_ANALYSIS; // the lock is taken, or tried
+    /// Whether the file holds the table. Never waits: while another thread works on the file, or another program holds
+    /// it locked, the answer is what was last seen.
+    bool hasMemoryDBTable() const KEL_NO_LOCK_ANALYSIS; // the lock is tried
 
-    /// Whether the last hasMemoryDBTable could read the file; false, for one, while another process holds it locked.
-    bool isTableKnown() const { return m_table != TableState::Unknown; }
+    /// Looks for the table, and waits for a locked file. False when the file could not be read: hasMemoryDBTable() may
+    /// then be out of date.
+    bool lookForTable();
 
-    /// True also when the table is there already, whatever its columns.
+    /// True also when something of the table's name is there already, whatever its columns.
     bool createMemoryDBTable();
 
     /// False also when there is no table.
@@ -109,10 +112,12 @@ public:
     /// Whether the last loadMemoryDB could read the table to its end.
     bool isLoadComplete() const { return m_loadComplete; }
 
-    /// Queues a block behind the others. A hundred may wait; one more is dropped.
-    void push(tagDBBlock block);
+    /// Queues a copy of the block behind the others. A hundred may wait; one more is dropped.
+    void push(const tagDBBlock& block);
+    /// The same without a copy.
+    void push(tagDBBlock&& block);
 
-    /// Takes the block at the front of the queue, which must not be empty.
+    /// Takes the block at the front of the queue. An empty queue yields a block without records, of no Kind.
     tagDBBlock pop();
     /// True when no block waits. A block that is being written has left the queue.
     bool isEmpty() const;
@@ -130,11 +135,17 @@ private:
     };
 
     TableState queryTable() const KEL_REQUIRES(m_fileMutex);
+    bool look() const KEL_REQUIRES(m_fileMutex);
+    template <typename Write>
+    bool inTransaction(Write write) KEL_REQUIRES(m_fileMutex);
     bool createTable() KEL_REQUIRES(m_fileMutex);
     bool dropTable() KEL_REQUIRES(m_fileMutex);
     bool replaceTable(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
     bool insertRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
     bool replaceRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
+    bool setValues(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values)
+        KEL_REQUIRES(m_fileMutex);
+    bool setFields(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
     bool updateRows(const std::vector<tagStorageData>& records) KEL_REQUIRES(m_fileMutex);
     void deleteRows(const std::vector<unsigned int>& ids) KEL_REQUIRES(m_fileMutex);
 
@@ -149,7 +160,7 @@ private:
     std::deque<tagDBBlock> m_queue KEL_GUARDED_BY(m_queueMutex);
 
     std::vector<tagStorageData> m_loadedList;
-    bool m_loadComplete = false;
+    std::atomic<bool> m_loadComplete{false};
 };
 
 } // namespace Ombrin

@@ -76,7 +76,7 @@ private:
     static constexpr unsigned int leastBits = 3;
     static constexpr std::uint32_t goldenRatio = 0x9E3779B1; // 2^32 over it
 
-    // Keys in round steps are common; the high bits of the product depend on all of a key's.
+    // The high bits of the product depend on all bits of the key.
     std::size_t home(std::uint32_t key) const { return (key * goldenRatio) >> (CHAR_BIT * sizeof(key) - m_bits); }
     std::size_t next(std::size_t at) const { return (at + 1) & (m_slots.size() - 1); }
     std::size_t distance(std::size_t from, std::size_t to) const { return (to - from) & (m_slots.size() - 1); }

@@ -3,6 +3,7 @@
 
 #include "database/kelsqlitevariantvector.h"
 #include "datastorage/kelstoragedata.h"
+#include "kernel/kelreport.h"
 
 #include <cstdint>
 #include <string>
@@ -13,6 +14,13 @@ namespace Ombrin {
 inline std::uint8_t byteOf(const CkelSqliteVariantVector& row, int column)
 {
     return static_cast<std::uint8_t>(row.toValue<unsigned int>(column));
+}
+
+/// Reports a row of an unknown value type; both readers of database files use these words.
+inline void reportUnknownType(const tagStorageData& record)
+{
+    CkelReport::print("CkelMemoryDB::loadMemoryDB( id= " + std::to_string(record.ID) + " ) : Unknown Type " +
+                      std::to_string(record.ValueT));
 }
 
 /// Fills Value, DefValue and, unless told otherwise, Max and Min from four columns, in the form that the record's value

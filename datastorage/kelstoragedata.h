@@ -60,6 +60,6 @@ struct tagStorageData
     std::array<CkelVariant, 8> Reserved; ///< carried with the record; no operation gives them a value
 };
 
-static_assert(sizeof(void*) > 8 || sizeof(tagStorageData) <= 248, "a dictionary of a million items has to fit");
+static_assert(sizeof(tagStorageData) <= 248, "a dictionary of a million items has to fit");
 
 } // namespace Ombrin

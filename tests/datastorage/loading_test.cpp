@@ -4,9 +4,14 @@
 #include "tests/datastorage/filefixture.h"
 #include "tests/datastorage/storagefixture.h"
 
+#include <rapidjson/document.h>
+
 #include <array>
 #include <filesystem>
+#include <iomanip>
+#include <iostream>
 #include <iterator>
+#include <locale>
 #include <memory>
 #include <set>
 #include <string>
@@ -1258,4 +1263,166 @@ TEST_F(Loading, TheExampleDictionaryLoads)
         EXPECT_VARIANT(storage().queryValue(item.ID), item.Value);
     }
     EXPECT_EQ(localRows().size(), items.size());
+}
+
+// What a derived storage says of its table
+
+namespace {
+
+/// Denies that there is a table, and does not look.
+class DenyingStorage : public CkelMemoryDataStorage
+{
+public:
+    bool hasLocalDB() const override { return false; }
+};
+
+} // namespace
+
+TEST_F(Loading, AStorageThatDeniesItsTableGetsANewOneInAFreshFolder)
+{
+    writeDictionary("dictionary.json", dictionaryItems);
+    DenyingStorage denying;
+    denying.readConfigFile("dictionary.json", true);
+    EXPECT_EQ(localRows(), configuredRows);
+}
+
+TEST_F(Loading, AStorageThatDeniesItsTableGetsANewOneInPlaceOfTheOld)
+{
+    writeDictionary("dictionary.json", dictionaryItems);
+    writeLocalTable(savedThree);
+    DenyingStorage denying;
+    denying.readConfigFile("dictionary.json", true);
+    EXPECT_EQ(localRows(), configuredRows);
+}
+
+// Reports of a configuration database
+
+namespace {
+
+/// Prints hexadecimal numbers with their base, in groups and in wide fields, as an application may.
+class OddStandardOutput
+{
+public:
+    OddStandardOutput() : m_format(nullptr)
+    {
+        m_format.copyfmt(std::cout);
+        std::cout.imbue(std::locale(std::locale::classic(), new Grouping));
+        std::cout << std::hex << std::showbase << std::boolalpha << std::setfill('*') << std::setprecision(2);
+        std::cout.width(30);
+    }
+    ~OddStandardOutput()
+    {
+        std::cout.copyfmt(m_format);
+        std::cout.imbue(std::locale::classic());
+    }
+    OddStandardOutput(const OddStandardOutput&) = delete;
+    OddStandardOutput& operator=(const OddStandardOutput&) = delete;
+
+private:
+    class Grouping : public std::numpunct<char>
+    {
+        std::string do_grouping() const override { return "\1"; }
+        char do_thousands_sep() const override { return '_'; }
+    };
+
+    std::ios m_format;
+};
+
+} // namespace
+
+TEST_F(Loading, ReportsOfBothReadersAreDecimalWhateverTheApplicationPrints)
+{
+    writeConfiguration("configuration.db", "(123456,'one',0,0,0,0,255,0,0,0,0),(123457,'two',0,0,0,0,9,x'00',0,0,0)");
+    writeLocalTable("(654321,'saved',0,0,0,200,0,0,0,0,0,0)");
+    KelTest::CapturedOutput output;
+    {
+        const OddStandardOutput odd;
+        storage().readConfigFile("configuration.db", true);
+    }
+    EXPECT_EQ(output.standardOutput(),
+              "CkelMemoryDB::loadMemoryDB( id= 123456 ) : Unknown Type 255\n"
+              "current type is 4 is not defined. \n"
+              "CkelMemoryDB::loadMemoryDB( id= 654321 ) : Unknown Type 200\n");
+}
+
+TEST_F(Loading, ReportsOfTheStorageAreDecimalWhateverTheApplicationPrints)
+{
+    writeDictionary("dictionary.json", R"({"ID":123456,"NameID":"one"})");
+    storage().readConfigFile("dictionary.json", true);
+    KelTest::CapturedOutput output;
+    {
+        const OddStandardOutput odd;
+        storage().insertData(KelTest::makeItem(123456, "again"));
+        storage().queryValueListByField("RW", anyType, 1, CkelMemoryDataStorage::Equal);
+    }
+    EXPECT_EQ(output.standardOutput(),
+              "CkelMemoryDataStorage::insertData: ID= 123456 Already Exists\n"
+              "CkelMemoryDataStorage::deleteDataListByField: Not Support ByFieldRW\n");
+}
+
+TEST_F(Loading, DiagnosisOfAnItemIsPrintedAsByAnUntouchedStream)
+{
+    rapidjson::Document item;
+    item.Parse(R"({"ID":123456,"NameID":"n","CommSource":70000,"Block":255,"Value":1234567.25,"Max":true,"Min":-4096,
+                   "DefValue":18446744073709551615})");
+    KelTest::CapturedOutput output;
+    {
+        const OddStandardOutput odd;
+        CkelParseDBJson().printJson(item, 0);
+    }
+    EXPECT_EQ(output.standardOutput(),
+              " id = 123456\n name = n\n CommSource = 70000\n Block = 255\n"
+              " Value = 1.23457e+06\n Max = 1\n Min = -4096\n"
+              " DefValue = 18446744073709551615\n");
+}
+
+TEST_F(Loading, ReportsOfAConfigurationDatabaseComeInTheOrderOfItsRows)
+{
+    writeConfiguration("configuration.db",
+                       "(1,'one',0,0,0,0,15,0,0,0,0),(2,'two',0,0,0,0,9,x'00',0,0,0),"
+                       "(3,'three',0,0,0,0,16,0,0,0,0),(4,'four',0,0,0,0,9,0,x'00',0,0)");
+    KelTest::CapturedOutput output;
+    storage().readConfigFile("configuration.db", true);
+    EXPECT_EQ(output.standardOutput(),
+              "CkelMemoryDB::loadMemoryDB( id= 1 ) : Unknown Type 15\n"
+              "current type is 4 is not defined. \n"
+              "CkelMemoryDB::loadMemoryDB( id= 3 ) : Unknown Type 16\n"
+              "current type is 4 is not defined. \n");
+}
+
+TEST_F(Loading, ARowIsReportedAlsoWhenALaterOneEndsTheProcess)
+{
+    const KelTest::FoldersWithin folders(folder.path());
+    KelTest::Database("configuration.db")
+        .run(
+            "CREATE TABLE kel(ID, NameID, CommSource, DBSource, RW, Block, ValueT);"
+            "INSERT INTO kel VALUES(1,'one',0,0,0,0,15),(2,'two',0,0,0,0,9);");
+    EXPECT_PROCESS_ENDS(CkelMemoryDataStorage().readConfigFile("configuration.db", true),
+                        "^CkelMemoryDB::loadMemoryDB\\( id= 1 \\) : Unknown Type 15\n[^\n]*Assertion `index>=0");
+}
+
+// Columns that are not read
+
+TEST_F(Loading, ComputedColumnsBehindThoseOfAConfigurationAreIgnored)
+{
+    KelTest::Database("configuration.db")
+        .run(
+            "CREATE TABLE kel(ID, NameID, CommSource, DBSource, RW, Block, ValueT, Value, DefValue, Max, Min,"
+            "                 Label AS (NameID || ' ' || ID), Twice AS (Value * 2) STORED);"
+            "INSERT INTO kel VALUES(1,'one',0,0,0,0,9,1.5,0,0,0);");
+    storage().readConfigFile("configuration.db", true);
+    EXPECT_VARIANT(storage().queryValue("one"), 1.5);
+}
+
+TEST_F(Loading, ComputedColumnsBehindThoseOfTheLocalTableThatAreReadAreIgnored)
+{
+    writeDictionary("dictionary.json", R"({"ID":1,"NameID":"one","ValueT":9,"Value":1.5})");
+    KelTest::Database("kelmem.db")
+        .run(
+            "CREATE TABLE kel(ID INTEGER PRIMARY KEY NOT NULL, NameID TEXT, CommSource INTEGER, RW INTEGER,"
+            "                 Block INTEGER, ValueT INTEGER, Value NUMERIC, DefValue NUMERIC, Max NUMERIC,"
+            "                 Min NUMERIC, Unit INTEGER, CUnit INTEGER, Label AS (NameID || ID));"
+            "INSERT INTO kel VALUES(1,'one',0,0,0,9,101.5,0,0,0,0,0);");
+    storage().readConfigFile("dictionary.json", true);
+    EXPECT_VARIANT(storage().queryValue("one"), 101.5);
 }

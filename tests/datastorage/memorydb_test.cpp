@@ -200,6 +200,53 @@ private:
     sqlite3* m_connection = nullptr;
 };
 
+/// Explicit instantiation may name a private member.
+template <auto Member>
+struct ReachDatabase
+{
+    friend auto& databaseOf(CkelMemoryDB& database) { return database.*Member; }
+};
+auto& databaseOf(CkelMemoryDB& database);
+template struct ReachDatabase<&CkelMemoryDB::m_database>;
+
+/// While it lives, counts SQLite's waits for a lock, calls `onWait` at each and lets them pass at once.
+class CountedWaits
+{
+public:
+    explicit CountedWaits(
+        int& count, std::function<void()> onWait = [] {})
+        : m_fileSystem(*sqlite3_vfs_find(nullptr)),
+          m_sleep(m_fileSystem.xSleep),
+          m_count(count),
+          m_onWait(std::move(onWait))
+    {
+        current() = this;
+        m_fileSystem.xSleep = &CountedWaits::sleep;
+    }
+    ~CountedWaits() { m_fileSystem.xSleep = m_sleep; }
+    CountedWaits(const CountedWaits&) = delete;
+    CountedWaits& operator=(const CountedWaits&) = delete;
+
+private:
+    static CountedWaits*& current()
+    {
+        static CountedWaits* instance = nullptr;
+        return instance;
+    }
+
+    static int sleep(sqlite3_vfs* /*fileSystem*/, int microseconds)
+    {
+        ++current()->m_count;
+        current()->m_onWait();
+        return microseconds;
+    }
+
+    sqlite3_vfs& m_fileSystem;
+    int (*const m_sleep)(sqlite3_vfs*, int);
+    int& m_count;
+    const std::function<void()> m_onWait;
+};
+
 /// An item whose four values are given.
 tagStorageData itemOf(unsigned int id, std::uint8_t valueType, const CkelVariant& value, const CkelVariant& defValue,
                       const CkelVariant& max, const CkelVariant& min)
@@ -1941,6 +1988,106 @@ TEST_F(MemoryDBTest, TwoObjectsShareTheFile)
     writer.join();
     EXPECT_EQ(allIDs().size(), 10U);
     EXPECT_EQ(other.loadMemoryDB().size(), 10U);
+}
+
+TEST_F(MemoryDBTest, BatchesFinaliseTheirStatementBeforeTheCommit)
+{
+    openTable({makeItem(1, "a")});
+    int open = -1;
+    onStatement = [this, &open](const std::string& text) {
+        if (text != "COMMIT")
+            return;
+        open = 0;
+        for (sqlite3_stmt* s = sqlite3_next_stmt(connection, nullptr); s; s = sqlite3_next_stmt(connection, s)) {
+            const std::string waiting = sqlite3_sql(s);
+            open += waiting != "COMMIT" && waiting != "ROLLBACK" ? 1 : 0;
+        }
+    };
+    const auto openAtCommit = [&open](bool done) { return done ? std::exchange(open, -1) : -2; };
+    EXPECT_EQ(openAtCommit(database->insertDatas({makeItem(1, "b")})), 0);
+    EXPECT_EQ(openAtCommit(database->updateDatas({makeItem(1, "b")})), 0);
+    EXPECT_EQ(openAtCommit(database->updateValues({1}, {5})), 0);
+    EXPECT_EQ(openAtCommit(database->rebuildMemoryDBTable({makeItem(1, "b")})), 0);
+}
+
+TEST_F(MemoryDBTest, BatchesLeaveTheResultOfTheirTransaction)
+{
+    openTable({makeItem(1, "a")});
+    EXPECT_TRUE(database->insertDatas({makeItem(1, "b")}));
+    EXPECT_EQ(databaseOf(*database).lastResult(), SQLITE_OK);
+    sqlite3_commit_hook(
+        connection, [](void*) { return 1; }, nullptr);
+    EXPECT_FALSE(database->updateValues({1}, {5}));
+    EXPECT_EQ(databaseOf(*database).lastResult(), SQLITE_CONSTRAINT) << "of COMMIT";
+    sqlite3_commit_hook(connection, nullptr, nullptr);
+
+    const Outsider other;
+    ASSERT_EQ(other.run("BEGIN IMMEDIATE"), SQLITE_OK);
+    databaseOf(*database).setBusyTimeOut(std::chrono::milliseconds(0));
+    EXPECT_FALSE(database->updateDatas({makeItem(1, "b")}));
+    EXPECT_EQ(databaseOf(*database).lastResult(), SQLITE_BUSY) << "of BEGIN IMMEDIATE";
+}
+
+TEST_F(MemoryDBTest, BatchWithoutATableStopsAtOnce)
+{
+    open();
+    std::vector<tagStorageData> records(3, makeItem(1, "a"));
+    statements();
+    EXPECT_FALSE(database->insertDatas(records));
+    EXPECT_EQ(statements(), (Texts{"BEGIN IMMEDIATE", "ROLLBACK"}));
+}
+
+TEST_F(MemoryDBTest, DirectUpdateWritesARealIntoAColumnWithoutATypeToo)
+{
+    open();
+    ASSERT_EQ(Outsider().run("CREATE TABLE kel(ID INTEGER PRIMARY KEY, NameID, CommSource, RW, Block, ValueT, Value,"
+                             "                 DefValue, Max, Min, Unit, CUnit); INSERT INTO kel(ID) VALUES(1)"),
+              SQLITE_OK);
+    for (const double value : {5.0, -7.0, 0.0, -0.0, 0.5, 9007199254740991.0, -9007199254740991.0, 1e22}) {
+        EXPECT_TRUE(database->updateValue(1, value));
+        const std::string direct = valueOf(1);
+        EXPECT_TRUE(database->updateValues({1}, {value}));
+        EXPECT_EQ(direct, valueOf(1));
+        EXPECT_EQ(direct, real(value));
+    }
+}
+
+// A file that another connection holds
+
+TEST_F(MemoryDBTest, ALockedFileLeavesWhatIsKnownOfTheTable)
+{
+    openTable();
+    const Outsider other;
+    ASSERT_EQ(other.run("BEGIN EXCLUSIVE"), SQLITE_OK);
+    EXPECT_TRUE(database->hasMemoryDBTable());
+    ASSERT_EQ(other.run("DROP TABLE kel; COMMIT"), SQLITE_OK);
+    EXPECT_FALSE(database->hasMemoryDBTable());
+    ASSERT_EQ(other.run("BEGIN EXCLUSIVE"), SQLITE_OK);
+    EXPECT_FALSE(database->hasMemoryDBTable());
+}
+
+TEST_F(MemoryDBTest, TheQuestionForTheTableNeverWaitsForALockedFile)
+{
+    openTable();
+    int waits = 0;
+    const Outsider other;
+    ASSERT_EQ(other.run("BEGIN EXCLUSIVE"), SQLITE_OK);
+    const CountedWaits counted(waits);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(database->hasMemoryDBTable());
+    EXPECT_EQ(waits, 0);
+}
+
+TEST_F(MemoryDBTest, StatementsWaitForALockedFileAgainAfterTheQuestion)
+{
+    openTable();
+    EXPECT_TRUE(database->hasMemoryDBTable());
+    const Outsider other;
+    ASSERT_EQ(other.run("BEGIN IMMEDIATE"), SQLITE_OK);
+    int waits = 0;
+    const CountedWaits counted(waits, [&] { EXPECT_EQ(other.run("COMMIT"), SQLITE_OK); });
+    EXPECT_TRUE(database->insertDatas({makeItem(1, "a")}));
+    EXPECT_EQ(waits, 1);
 }
 
 } // namespace

@@ -96,6 +96,61 @@ TEST_F(BlockQueue, HoldsAHundredBlocksAndDropsTheNext)
     EXPECT_EQ(last, 100U);
 }
 
+TEST_F(BlockQueue, TakesABlockByReferenceThroughTheExportedOperation)
+{
+    void (CkelMemoryDB::*const push)(const tagDBBlock&) = &CkelMemoryDB::push;
+    const tagDBBlock block = blockOf(tagDBBlock::Insert, 1);
+    (database.*push)(block);
+    EXPECT_EQ(block.records.size(), 1U);
+    EXPECT_EQ(database.pop().records.size(), 1U);
+}
+
+TEST_F(BlockQueue, WhenFullLeavesABlockThatIsMovedToItWithItsOwner)
+{
+    for (unsigned int id = 1; id <= 100; ++id)
+        database.push(blockOf(tagDBBlock::Insert, id));
+    tagDBBlock block = blockOf(tagDBBlock::Insert, 101);
+    const tagStorageData* const record = block.records.data();
+    database.push(std::move(block));
+    EXPECT_EQ(block.records.data(), record); // NOLINT(bugprone-use-after-move): not taken, nor copied
+}
+
+TEST_F(BlockQueue, EmptyYieldsABlockThatWritesNothing)
+{
+    const tagDBBlock block = database.pop();
+    EXPECT_TRUE(block.records.empty());
+    EXPECT_TRUE(block.kind != tagDBBlock::Insert && block.kind != tagDBBlock::Update &&
+                block.kind != tagDBBlock::Delete);
+}
+
+TEST_F(BlockQueue, SyncAndPopOnSeveralThreadsShareTheBlocks)
+{
+    database.createMemoryDBTable();
+    constexpr unsigned int rounds = 300;
+    std::atomic<bool> done{false};
+    std::atomic<unsigned int> popped{0};
+    std::thread taker([&] {
+        while (!done) {
+            if (database.pop().kind == tagDBBlock::Delete)
+                ++popped;
+        }
+    });
+    std::thread writer([&] {
+        while (!done)
+            database.sync();
+    });
+    for (unsigned int id = 1; id <= rounds; ++id) {
+        database.push(blockOf(tagDBBlock::Delete, id));
+        while (!database.isEmpty())
+            std::this_thread::yield();
+    }
+    done = true;
+    taker.join();
+    writer.join();
+    EXPECT_TRUE(database.isEmpty());
+    EXPECT_LE(popped, rounds);
+}
+
 TEST_F(BlockQueue, SyncWritesOneBlock)
 {
     database.createMemoryDBTable();
@@ -442,4 +497,67 @@ TEST_F(Collection, ReleasesTheLock)
     if (locked)
         storage.mutex()->unlock();
     EXPECT_TRUE(locked);
+}
+
+TEST_F(Collection, LocksWhatMutexReturns)
+{
+    class Shared : public HundredItems
+    {
+    public:
+        CkelMutex* mutex() override { return &other; }
+        std::vector<tagStorageData> queryDataListByField(const std::string& field, FieldType type,
+                                                         const CkelVariant& value, Operator op) const override
+        {
+            std::thread([this] {
+                if (other.tryLock()) {
+                    ++unlocked;
+                    other.unlock();
+                }
+            }).join();
+            return HundredItems::queryDataListByField(field, type, value, op);
+        }
+
+        mutable CkelMutex other;
+        mutable int unlocked = 0;
+    };
+    Shared shared;
+    shared.load();
+    shared.updateValue(1, 5, false);
+    shared.tick();
+    EXPECT_EQ(shared.unlocked, 0);
+}
+
+TEST_F(Collection, WorksWithoutALock)
+{
+    class Unlocked : public HundredItems
+    {
+    public:
+        CkelMutex* mutex() override { return nullptr; }
+    };
+    Unlocked unlocked;
+    unlocked.load();
+    unlocked.updateValue(1, 5, false);
+    unlocked.tick();
+    EXPECT_EQ(unlocked.takeBlocks().size(), 1U);
+}
+
+TEST_F(Collection, ATickDoesNotWaitForALockedFileWhileBlocksWait)
+{
+    storage.updateValue(1, 5, false);
+    storage.tick();
+    SqlFile other;
+    ASSERT_TRUE(other.run("BEGIN EXCLUSIVE"));
+    std::atomic<bool> written{false};
+    std::thread writer([&] {
+        storage.database().sync(); // waits for the other connection
+        written = true;
+    });
+    while (!storage.database().isEmpty())
+        std::this_thread::yield();
+    storage.updateValue(2, 6, false);
+    storage.tick();
+    EXPECT_FALSE(written) << "the tick came while the worker was waiting";
+    EXPECT_EQ(storage.takeBlocks().size(), 1U) << "the table is known, so changes are collected";
+    ASSERT_TRUE(other.run("COMMIT"));
+    writer.join();
 }

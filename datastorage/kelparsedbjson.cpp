@@ -90,7 +90,8 @@ const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fil
         CkelReport::print("CkelParseDBJson::Parse： open error");
         return unread();
     }
-    const CkelByteArray bytes = file.readAll();
+    CkelByteArray bytes = file.readAll();
+    JsonExponents::bound(bytes.data());
     m_dataList.clear();
     m_dataList.reserve(likelyItems(bytes.data()));
 

@@ -13,8 +13,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <random>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -431,6 +434,137 @@ TEST_F(DictionaryParser, TheValueTypeDoesNotConvertValues)
     EXPECT_VARIANT(item("\"ValueT\":15,\"Value\":\"text\"").Value, "text");
 }
 
+// --- exponents ---
+
+namespace {
+
+std::uint64_t bitsOf(const CkelVariant& value)
+{
+    const double number = value.toDouble();
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return bits;
+}
+
+void expectSameBits(const CkelVariant& actual, const CkelVariant& expected)
+{
+    EXPECT_VARIANT(actual, expected);
+    EXPECT_EQ(bitsOf(actual), bitsOf(expected));
+}
+
+/// Texts of random numbers and of names that look like them.
+class RandomTexts
+{
+public:
+    explicit RandomTexts(unsigned int seed) : m_engine(seed) {}
+
+    /// A JSON number that RapidJSON's reader reads without an overflow, or refuses.
+    std::string number()
+    {
+        const bool hasLongExponent = below(20) == 0;
+        std::string text = below(3) == 0 ? "-" : "";
+        text += below(3) == 0 ? "0" : anyOf("123456789") + digits(below(20));
+        if (below(4) != 0)
+            text += "." + std::string(below(3) == 0 ? below(5) : 0, '0') + digits(1 + below(hasLongExponent ? 5 : 25));
+        if (hasLongExponent || below(2) == 0)
+            text += anyOf("eE") + sign() + std::string(below(3) == 0 ? below(15) : 0, '0') +
+                    digits(hasLongExponent ? 4 + below(20) : 1 + below(3));
+        return text;
+    }
+
+    /// The inside of a JSON string.
+    std::string name()
+    {
+        std::string text;
+        for (unsigned int parts = below(4); parts > 0; --parts)
+            text += below(2) == 0 ? number() : std::array{R"(\")", R"(\\)", ",", ":"}.at(below(4));
+        return text;
+    }
+
+private:
+    unsigned int below(unsigned int limit) { return static_cast<unsigned int>(m_engine() % limit); }
+    std::string anyOf(std::string_view characters)
+    {
+        return std::string(1, characters[below(static_cast<unsigned int>(characters.size()))]);
+    }
+    std::string sign() { return std::array{"", "+", "-", "-"}.at(below(4)); }
+
+    std::string digits(unsigned int count)
+    {
+        std::string text;
+        for (; count > 0; --count)
+            text += anyOf("0123456789");
+        return text;
+    }
+
+    std::mt19937 m_engine;
+};
+
+bool isReadable(const std::string& number)
+{
+    rapidjson::Document document;
+    return !document.Parse(number.c_str()).HasParseError();
+}
+
+} // namespace
+
+TEST_F(DictionaryParser, ExponentsThatOverflowInRapidJsonMeanZero)
+{
+    const std::string zeros(1000, '0');
+    for (const std::string& number : {std::string("0.00000000001e-2147483639"), std::string("0.0000000001e-2147483639"),
+                                      std::string("0.0000000000E-2147483639"), std::string("1.0000000000e-2147483640"),
+                                      std::string("12345678.12345678901e-99999999999999999999"),
+                                      "0." + zeros + "1e-2147483000", "0.00000000001e-" + zeros + "2147483639"}) {
+        SCOPED_TRACE(number);
+        expectSameBits(item(member("Value", number)).Value, 0.0);
+        expectSameBits(item(member("Max", "-" + number)).Max, -0.0);
+    }
+}
+
+TEST_F(DictionaryParser, LongExponentsOfSmallMagnitudeCount)
+{
+    EXPECT_VARIANT(item(R"("Value":25e-00000000000002)").Value, 0.25);
+    EXPECT_VARIANT(item(R"("Value":25E+00000000000002)").Value, 2500.0);
+    EXPECT_VARIANT(item(R"("Value":25e0000000000)").Value, 25.0);
+}
+
+TEST_F(DictionaryParser, TextsThatLookLikeExponentsAreKept)
+{
+    const tagStorageData record =
+        item(R"("NameID":"\"1e-2147483639\\","Value":"e-12345678901","1e-2147483639":0,"Min":1e-2147483639)");
+    EXPECT_EQ(record.NameID, R"("1e-2147483639\)");
+    EXPECT_VARIANT(record.Value, "e-12345678901");
+    EXPECT_VARIANT(record.Min, 0.0);
+}
+
+TEST_F(DictionaryParser, NumbersAreThoseOfRapidJsonToTheLastBit)
+{
+    const unsigned int seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    RandomTexts random(seed);
+    std::vector<std::string> numbers;
+    std::vector<std::string> names;
+    std::string objects;
+    while (numbers.size() < 20000) {
+        const std::string number = random.number();
+        if (!isReadable(number))
+            continue;
+        numbers.push_back(number);
+        names.push_back("\"" + random.name() + "\"");
+        objects += (objects.empty() ? R"({"ID":1,"NameID":)" : R"(,{"ID":1,"NameID":)") + names.back() + "," +
+                   member("Value", number) + "}";
+    }
+    const auto& items = parse(objects);
+    ASSERT_EQ(items.size(), numbers.size());
+    for (std::size_t i = 0; i < numbers.size() && !HasFailure(); ++i) {
+        SCOPED_TRACE(numbers[i]);
+        CkelVariant expected;
+        parser.setValue(json(numbers[i]), expected);
+        expectSameBits(items[i].Value, expected);
+        EXPECT_EQ(items[i].NameID, json(names[i]).GetString());
+    }
+}
+
 // --- carrying over ---
 
 TEST_F(DictionaryParser, OmittedFieldsKeepThoseOfTheItemBefore)
@@ -684,16 +818,17 @@ TEST_P(NoStrictJson, EndsTheProcess)
     EXPECT_PROCESS_ENDS(parseText(GetParam()), noObject);
 }
 
-INSTANTIATE_TEST_SUITE_P(Dictionary, NoStrictJson,
-                         testing::Values("", " ", "{", R"({"kel":[{"ID":1}])", R"({"kel":[{"ID":1},]})",
-                                         R"({"kel":[{"ID":1,}]})", R"({"kel":[]} {})", R"({"kel":[]}x)",
-                                         "{\"kel\":[]} // comment", R"({"kel":[/* comment */]})", "{'kel':[]}",
-                                         "{kel:[]}", R"({"kel":[{"ID":1,"Value":NaN}]})",
-                                         R"({"kel":[{"ID":1,"Value":Infinity}]})", R"({"kel":[{"ID":1,"Value":-Inf}]})",
-                                         R"({"kel":[{"ID":01}]})", R"({"kel":[{"ID":+1}]})", R"({"kel":[{"ID":0x1}]})",
-                                         R"({"kel":[{"ID":1,"Value":1e400}]})", R"({"kel":[{"ID":1,"Value":.5}]})",
-                                         "{\"kel\":[{\"ID\":1,\"NameID\":\"a\nb\"}]}",
-                                         R"({"kel":[{"ID":1,"NameID":"\ud800"}]})", "\xef\xbb\xbf{\"kel\":[]}"));
+INSTANTIATE_TEST_SUITE_P(
+    Dictionary, NoStrictJson,
+    testing::Values("", " ", "{", R"({"kel":[{"ID":1}])", R"({"kel":[{"ID":1},]})", R"({"kel":[{"ID":1,}]})",
+                    R"({"kel":[]} {})", R"({"kel":[]}x)", "{\"kel\":[]} // comment", R"({"kel":[/* comment */]})",
+                    "{'kel':[]}", "{kel:[]}", R"({"kel":[{"ID":1,"Value":NaN}]})",
+                    R"({"kel":[{"ID":1,"Value":Infinity}]})", R"({"kel":[{"ID":1,"Value":-Inf}]})",
+                    R"({"kel":[{"ID":01}]})", R"({"kel":[{"ID":+1}]})", R"({"kel":[{"ID":0x1}]})",
+                    R"({"kel":[{"ID":1,"Value":1e400}]})", R"({"kel":[{"ID":1,"Value":0e99999999999}]})",
+                    R"({"kel":[{"ID":1,"Value":0.00000000001E+2147483648}]})", R"({"kel":[{"ID":1,"Value":.5}]})",
+                    "{\"kel\":[{\"ID\":1,\"NameID\":\"a\nb\"}]}", R"({"kel":[{"ID":1,"NameID":"\ud800"}]})",
+                    "\xef\xbb\xbf{\"kel\":[]}"));
 
 TEST_P(RootThatIsNoObject, EndsTheProcessWithoutAMessage)
 {

@@ -75,6 +75,15 @@ head -c 1000000 /dev/zero | tr '\0' '[' >deep.json
 runs 2 check deep.json
 says 'malformed-json'
 
+# An exponent that overflows inside RapidJSON
+
+printf '{"kel": [{"ID": 1, "NameID": "e-2147483639", "Value": 0.00000000001e-2147483639, "Max": 2}]}' >exponent.json
+runs 0 show exponent.json
+says 'e-2147483639'
+printf '{"kel": [{"ID": 1, "Value": 0.00000000001e-2147483639]}' >exponent.json
+runs 2 check exponent.json
+says 'exponent.json:1:54: error'
+
 # Formats
 
 runs 2 check --format json duplicate-id.json one-line.json

@@ -5,6 +5,8 @@
 #include "jsontype.h"
 #include "words.h"
 
+#include "datastorage/kelrapidjson.h"
+
 #include <rapidjson/reader.h>
 
 #include <utility>
@@ -68,7 +70,9 @@ JsonDictionary::JsonDictionary(std::string bytes, std::vector<Finding>& findings
 
 bool JsonDictionary::parse(std::vector<Finding>& findings)
 {
-    m_document.Parse<rapidjson::kParseIterativeFlag>(m_text.data()); // as the library does
+    std::string text(m_text);
+    Ombrin::JsonExponents::bound(text.data());
+    m_document.Parse<rapidjson::kParseIterativeFlag>(text.c_str()); // as the library does
     if (m_document.HasParseError())
         reportParseError(findings);
     return !m_document.HasParseError();

@@ -23,18 +23,21 @@ inline void require(bool holds, const char* what)
     __builtin_trap();
 }
 
-/// Runs a case of which a process-ending check may be the right end. Outside the fuzz build the process does end.
+/// Runs a case of which a process-ending check may be the right end. Returns the expression of the check that failed,
+/// or null. Outside the fuzz build the process does end.
 template <typename Case>
-void runToItsEnd(Case run)
+const char* runToItsEnd(Case run)
 {
 #ifdef KEL_CHECKS_END_THE_CASE
     try {
         run();
-    } catch (const CaseEnd&) {
+    } catch (const CaseEnd& end) {
+        return end.check;
     }
 #else
     run();
 #endif
+    return nullptr;
 }
 
 /// What is printed to std::cout, kept in memory from the first use on.

@@ -49,10 +49,14 @@ std::string contentOf(const Path& path)
     std::exit(0);
 }
 
+/// Whether the process ended by a check that is meant to end it. RapidJSON's checks of itself are not.
 bool endedByACheck(int status, const char* log)
 {
-    return WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT &&
-           contentOf(log).find("Assertion `") != std::string::npos;
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGABRT)
+        return false;
+    const std::string text = contentOf(log);
+    const auto tells = [&text](const char* check) { return text.find(check) != std::string::npos; };
+    return tells("Assertion `IsObject()'") || tells("Assertion `IsArray()'") || tells("Assertion `false'");
 }
 
 } // namespace

@@ -3,4 +3,4 @@
 #include "checks.h"
 
 #undef assert
-#define assert(expression) ((expression) ? void() : KelFuzz::endCase())
+#define assert(expression) ((expression) ? void() : KelFuzz::failCheck(#expression))

@@ -7,11 +7,18 @@ namespace KelFuzz {
 
 /// Thrown where the product would end the process on purpose.
 struct CaseEnd
-{};
+{
+    const char* check; ///< the expression that failed
+};
+
+[[noreturn]] inline void failCheck(const char* expression)
+{
+    throw CaseEnd{expression};
+}
 
 [[noreturn]] inline void endCase()
 {
-    throw CaseEnd{};
+    failCheck("abort()");
 }
 
 } // namespace KelFuzz

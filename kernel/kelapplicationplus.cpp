@@ -1,7 +1,7 @@
 #include "kernel/kelapplicationplus.h"
 
 #include "kernel/keldatasensor.h"
-#include "kernel/keleventloop.h"
+#include "kernel/kelobjectprivate.h"
 
 #include <atomic>
 
@@ -16,7 +16,7 @@ std::atomic<CkelApplicationPlus*> theApplication{nullptr};
 CkelApplicationPlus::CkelApplicationPlus(int& /*argc*/, char** /*argv*/)
 {
     storeherits("CkelApplicationPlus");
-    dataSensor()->setLoop(loop());
+    dataSensor()->setLoop(CkelObjectPrivate::of(*this).currentLoop());
     theApplication = this;
 }
 
@@ -34,23 +34,23 @@ CkelApplicationPlus* CkelApplicationPlus::instance()
 int CkelApplicationPlus::exec()
 {
     dataSensor()->continuePass();
-    return loop()->exec();
+    return CkelObjectPrivate::of(*this).currentLoop()->exec();
 }
 
 void CkelApplicationPlus::quit(int code)
 {
-    loop()->quit(code);
+    CkelObjectPrivate::of(*this).currentLoop()->quit(code);
 }
 
 void CkelApplicationPlus::processEvents()
 {
     dataSensor()->continuePass();
-    loop()->processEvents();
+    CkelObjectPrivate::of(*this).currentLoop()->processEvents();
 }
 
 bool CkelApplicationPlus::sendEvent(CkelObject* receiver, CkelEvent* event)
 {
-    return receiver && event && deliver(*receiver, *event);
+    return receiver && event && CkelObjectPrivate::deliver(*receiver, *event);
 }
 
 CkelDataSensor* CkelApplicationPlus::dataSensor()

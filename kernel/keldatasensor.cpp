@@ -1,8 +1,6 @@
 #include "kernel/keldatasensor.h"
 
-#include "kernel/keleventloop.h"
-#include "kernel/kelmutex.h"
-#include "kernel/kelobject.h"
+#include "kernel/kelobjectprivate.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -217,7 +215,7 @@ void CkelDataSensor::continuePass()
 
 void CkelDataSensor::Private::attach(CkelObject& object, bool all, const std::vector<unsigned int>& ids)
 {
-    object.markAttached();
+    CkelObjectPrivate::of(object).attached = true;
     std::unordered_set<unsigned int> wanted(ids.begin(), ids.end());
     const CkelMutexLocker lock(mutex);
     const auto listener = std::find_if(listeners.begin(), listeners.end(),
@@ -309,7 +307,7 @@ void CkelDataSensor::Private::deliver(Delivery& delivery, std::vector<EventPtr>&
     while (CkelObject* const receiver = nextListener(delivery)) {
         const Handler running(*this, *receiver);
         finished.clear();
-        CkelObject::deliver(*receiver, *delivery.event);
+        CkelObjectPrivate::deliver(*receiver, *delivery.event);
     }
     removeDetached();
 }

@@ -1,7 +1,7 @@
 #include "kernel/keleventloop.h"
 
 #include "kernel/kelevent.h"
-#include "kernel/kelobject.h"
+#include "kernel/kelobjectprivate.h"
 
 #include <asio/post.hpp>
 
@@ -266,7 +266,7 @@ void CkelEventLoop::timeOut(int id)
         return;
     CkelTimerEvent event(id);
     try {
-        CkelObject::deliver(*receiver, event);
+        CkelObjectPrivate::deliver(*receiver, event);
     } catch (...) {
         rearm(id);
         throw;

@@ -13,9 +13,9 @@ class CkelChildEvent;
 class CkelCustomEvent;
 class CkelDataSensorEvent;
 class CkelEvent;
-class CkelEventLoop;
 class CkelThread;
 class CkelTimerEvent;
+struct CkelObjectPrivate;
 
 /// Base of everything that has a parent, timers or events.
 ///
@@ -114,19 +114,9 @@ protected:
     void storeherits(const std::string& className);
 
 private:
-    friend class CkelApplicationPlus;
-    friend class CkelDataSensor;
-    friend class CkelEventLoop;
-    struct Private;
-
-    /// Passes `event` through the receiver's filters and on to its `event()`.
-    static bool deliver(CkelObject& receiver, CkelEvent& event);
-
-    static void moveAll(const std::vector<CkelObject*>& objects, const std::shared_ptr<CkelEventLoop>& target);
-    std::shared_ptr<CkelEventLoop> loop() const;
-    void markAttached(); ///< the destructor has to detach from the data sensor
-
-    const std::unique_ptr<Private> m_d;
+    // The only private name: others would hide functions of the same name in derived classes.
+    friend struct CkelObjectPrivate;
+    const std::unique_ptr<CkelObjectPrivate> m_kel;
 };
 
 } // namespace Ombrin

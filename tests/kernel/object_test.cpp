@@ -21,6 +21,44 @@
 
 using namespace Ombrin;
 
+namespace application {
+
+// Names of functions, types and variables that an application may well use itself.
+using Private = int;
+constexpr Private m_d = 1;
+
+int deliver(int letters)
+{
+    return letters;
+}
+
+int moveAll(int pieces)
+{
+    return pieces;
+}
+
+int loop()
+{
+    return 8;
+}
+
+int markAttached()
+{
+    return 16;
+}
+
+class Office : public CkelObject
+{
+public:
+    static int callAll()
+    {
+        const Private own = m_d;
+        return own + deliver(2) + moveAll(4) + loop() + markAttached();
+    }
+};
+
+} // namespace application
+
 namespace {
 
 using Log = std::vector<std::string>;
@@ -500,6 +538,11 @@ TEST(Object, OldParentMayDestroyTheNewParentOfTheChildThatLeaves)
             std::_Exit(from.children().empty() ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
+}
+
+TEST(Object, LeavesTheNamesOfAnApplicationToItsDerivedClasses)
+{
+    EXPECT_EQ(application::Office::callAll(), 31);
 }
 
 TEST(Object, EveryEventReachesTheHandlerThatFits)

@@ -7,16 +7,11 @@
 
 #include <iterator>
 #include <new>
+#include <system_error>
 
 namespace Ombrin {
 
 namespace {
-
-std::shared_ptr<CkelEventLoop>& currentLoop()
-{
-    thread_local std::shared_ptr<CkelEventLoop> loop;
-    return loop;
-}
 
 int nextTimerId()
 {
@@ -47,22 +42,41 @@ CkelEventLoop::CkelEventLoop() : m_work(asio::make_work_guard(m_io))
     m_sigpipe.restore();
 }
 
+/// Each thread keeps its loop as the value of this key. A thread_local variable would be destroyed too early: other
+/// variables of the thread and static objects may make objects in their destructors. The value of a key is destroyed
+/// after all variables of its thread, and on the main thread never.
+pthread_key_t CkelEventLoop::threadKey()
+{
+    static const pthread_key_t key = [] {
+        pthread_key_t made = 0;
+        const int error =
+            pthread_key_create(&made, [](void* loop) { static_cast<CkelEventLoop*>(loop)->m_self.reset(); });
+        if (error != 0)
+            throw std::system_error(error, std::system_category(), "event loop");
+        return made;
+    }();
+    return key;
+}
+
 std::shared_ptr<CkelEventLoop> CkelEventLoop::current()
 {
-    auto& loop = currentLoop();
-    if (!loop)
-        loop = std::make_shared<CkelEventLoop>();
+    if (const auto* const loop = static_cast<CkelEventLoop*>(pthread_getspecific(threadKey())))
+        return loop->m_self;
+    auto loop = std::make_shared<CkelEventLoop>();
+    setCurrent(loop);
     return loop;
 }
 
-void CkelEventLoop::setCurrent(std::shared_ptr<CkelEventLoop> loop)
+void CkelEventLoop::setCurrent(const std::shared_ptr<CkelEventLoop>& loop)
 {
-    currentLoop() = std::move(loop);
+    if (pthread_setspecific(threadKey(), loop.get()) != 0)
+        throw std::bad_alloc();
+    loop->m_self = loop;
 }
 
 bool CkelEventLoop::isCurrent() const
 {
-    return currentLoop().get() == this;
+    return pthread_getspecific(threadKey()) == this;
 }
 
 int CkelEventLoop::exec()

@@ -7,6 +7,7 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 
+#include <pthread.h>
 #include <signal.h> // NOLINT(modernize-deprecated-headers): sigaction is POSIX
 
 #include <atomic>
@@ -48,8 +49,8 @@ public:
     /// The calling thread's loop, made at the first call.
     static std::shared_ptr<CkelEventLoop> current();
 
-    /// Makes `loop` the calling thread's loop.
-    static void setCurrent(std::shared_ptr<CkelEventLoop> loop);
+    /// Makes `loop` the calling thread's loop, which has none yet.
+    static void setCurrent(const std::shared_ptr<CkelEventLoop>& loop);
 
     /// Whether this is the calling thread's loop.
     bool isCurrent() const;
@@ -85,6 +86,7 @@ private:
         bool stranded = false; // there was no memory to wait with
     };
 
+    static pthread_key_t threadKey();
     void runTask(std::function<void()>& task, unsigned int pass);
     std::vector<std::pair<int, TimerState>> timersOf(const CkelObject& receiver);
     void adopt(const std::vector<std::pair<int, TimerState>>& timers, std::vector<int>& ids);
@@ -106,6 +108,7 @@ private:
     };
 
     const SigpipeAction m_sigpipe;
+    std::shared_ptr<CkelEventLoop> m_self; // the loop itself, from setCurrent() until its thread ends
 
     // Not told that one thread alone serves it: what a handler posts would then be out of reach of a loop that the
     // handler runs itself.

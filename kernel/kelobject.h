@@ -23,7 +23,8 @@ struct CkelObjectPrivate;
 ///
 /// **Threads.** An object belongs to the thread that constructed it until it is moved; its timers fire there. Use and
 /// destroy an object on its own thread, or after that thread has ended. Starting and killing timers is safe from any
-/// thread.
+/// thread. Objects may be made until the process ends: in static destructors, in exit handlers, and in the destructors
+/// of a thread's variables.
 ///
 /// **Destruction** kills the object's timers, deletes its children, detaches it from the data sensor and takes it out
 /// of every event filter. It may happen inside one of the object's own handlers.

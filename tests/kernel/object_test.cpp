@@ -11,8 +11,10 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -983,6 +985,99 @@ TEST(ObjectProperty, UnknownOneIsNeitherReadNorWritten)
 }
 
 // The process
+
+// Objects that are made while their thread or the process ends
+
+/// Uses what an object has of its thread's loop: timers, children and the application.
+void useLateObjects()
+{
+    Recorder parent;
+    auto* const child = new Recorder(&parent);
+    if (child->parent() != &parent)
+        std::_Exit(1);
+    child->startTimer(1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    int argc = 0;
+    CkelApplicationPlus(argc, nullptr).processEvents();
+    if (child->log.size() != 1)
+        std::_Exit(2);
+}
+
+/// Makes objects in its destructor.
+struct UsesLateObjects
+{
+    ~UsesLateObjects() { useLateObjects(); }
+};
+
+/// The object is gone when the thread's loop ends: it must not keep the loop alive.
+void makeTheFirstObject()
+{
+    const CkelObject object;
+}
+
+/// Runs on a thread whose loop ends before the objects that a destructor makes.
+void endWithLateObjects()
+{
+    thread_local const UsesLateObjects late;
+    static_cast<void>(late);
+    makeTheFirstObject();
+}
+
+long openDescriptors()
+{
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return std::distance(begin(open), end(open));
+}
+
+TEST(LateObjectDeathTest, MayBeMadeInAStaticDestructor)
+{
+    EXPECT_EXIT(
+        {
+            static const UsesLateObjects late;
+            makeTheFirstObject();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(LateObjectDeathTest, MayBeMadeInAnExitHandler)
+{
+    EXPECT_EXIT(
+        {
+            std::atexit(useLateObjects);
+            makeTheFirstObject();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(LateObjectDeathTest, MayBeMadeInTheDestructorOfAThreadsVariable)
+{
+    EXPECT_EXIT(
+        {
+            std::thread(endWithLateObjects).join();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(LateObjectDeathTest, MayBeMadeInTheDestructorOfAVariableOfTheMainThread)
+{
+    EXPECT_EXIT(
+        {
+            endWithLateObjects();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(LateObject, LeavesNoDescriptorOpenWhenItsThreadHasEnded)
+{
+    const long before = openDescriptors();
+    for (int i = 0; i < 5; ++i)
+        std::thread(endWithLateObjects).join();
+    EXPECT_EQ(openDescriptors(), before);
+}
 
 TEST(Object, FirstOfAThreadLeavesTheProcesssSignalsAlone)
 {

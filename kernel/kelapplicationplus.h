@@ -19,7 +19,8 @@ public:
     /// The application, or null while there is none.
     static CkelApplicationPlus* instance();
 
-    /// Runs the event loop until quit(), and returns the code given to it. To be called on the application's thread.
+    /// Runs the event loop until quit(), and returns the code given to it. To be called on the application's thread. A
+    /// handler may call it; how deep such calls nest is not limited, and each needs a quit() of its own.
     int exec();
 
     /// Ends exec() after the handler, or the pass of data-sensor events, that is running. Called before exec(), it
@@ -28,6 +29,11 @@ public:
 
     /// Runs what is due now (timers, queued data-sensor events) without waiting, and returns. What handlers post
     /// meanwhile is left for the next call. To be called on the application's thread.
+    ///
+    /// A handler may call it. Up to 64 calls run inside each other; a deeper call returns at once and runs nothing, so
+    /// that the stack does not overflow when the handler of each waiting event calls it. The outer calls then deliver
+    /// what waits, in the same order. A handler that calls it until something happens must therefore be able to give
+    /// up.
     void processEvents();
 
     /// Passes `event` to the receiver at once, through its event filters; true when it was handled or

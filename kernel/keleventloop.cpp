@@ -122,6 +122,9 @@ void CkelEventLoop::runTask(std::function<void()>& task, unsigned int pass)
 
 void CkelEventLoop::processEvents()
 {
+    if (m_passDepth == maxPassDepth)
+        return; // the calls around this one run what is due
+    const Restored depth(m_passDepth, m_passDepth + 1);
     const Restored inPass(m_inPass, true);
     const Restored began(m_passBegan, Clock::now());
     ++m_pass;

@@ -60,8 +60,10 @@ public:
     int exec();
     void quit(int code);
 
-    /// Runs what is due at the time of the call, without waiting.
+    /// Runs what is due at the time of the call, without waiting. Calls in handlers nest to `maxPassDepth`, deeper ones
+    /// return at once: otherwise the stack would overflow when every handler calls it.
     void processEvents();
+    static constexpr int maxPassDepth = 64;
 
     /// For good: nothing further starts on this loop. Needs no memory.
     void terminate();
@@ -119,9 +121,11 @@ private:
     std::atomic<int> m_exitCode{0};
     std::atomic<unsigned int> m_pass{0};    // counts the calls of processEvents()
     std::atomic<bool> m_anyStranded{false}; // of the timers
-    // The loop's thread only: whether the innermost loop is processEvents(), and when that began.
+    // The loop's thread only: whether the innermost loop is processEvents(), when that began, and how many calls of it
+    // are nested.
     bool m_inPass = false;
     Clock::time_point m_passBegan;
+    int m_passDepth = 0;
 
     CkelMutex m_mutex;
     std::unordered_map<int, Timer> m_timers KEL_GUARDED_BY(m_mutex);

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -1009,6 +1010,102 @@ TEST_F(DataSensor, ExecNestedInProcessEventsDelivers)
     turn();
     EXPECT_EQ(code, 5);
     EXPECT_EQ(listener.log, (Log{{1, 1}, {2, 2}}));
+}
+
+/// Counts how deep the handlers are nested that turn the loop.
+class Depth
+{
+public:
+    template <typename Turn>
+    void turn(Turn turnLoop)
+    {
+        m_deepest = std::max(m_deepest, ++m_depth);
+        turnLoop();
+        --m_depth;
+    }
+    int deepest() const { return m_deepest; }
+
+private:
+    int m_depth = 0;
+    int m_deepest = 0;
+};
+
+constexpr int manyEvents = 100000;  // more than the stack has room for when each is delivered inside the one before
+constexpr int deepestTurn = 64 + 1; // the last one calls a processEvents() that returns at once
+
+TEST_F(DataSensor, EveryHandlerMayCallProcessEventsHoweverManyEventsWait)
+{
+    Depth depth;
+    sensor.attach(&listener);
+    sensor.attach(&second);
+    Log expected;
+    for (int value = 0; value < manyEvents; ++value) {
+        post(1, value);
+        expected.emplace_back(1, value);
+    }
+    listener.onEvent = second.onEvent = [&](const CkelDataSensorEvent&) { depth.turn([this] { turn(); }); };
+    turn();
+    EXPECT_EQ(listener.log, expected);
+    EXPECT_EQ(second.log, expected);
+    EXPECT_EQ(depth.deepest(), deepestTurn - 1); // the test's own call is one of them
+    EXPECT_EQ(CountedEvent::live, 0);
+}
+
+TEST_F(DataSensor, EveryHandlerThatExecRunsMayCallProcessEvents)
+{
+    Depth depth;
+    sensor.attach(&listener);
+    Log expected;
+    for (int value = 0; value < manyEvents; ++value) {
+        post(1, value);
+        expected.emplace_back(1, value);
+    }
+    listener.onEvent = [&](const CkelDataSensorEvent&) {
+        depth.turn([this] { turn(); });
+        if (listener.log.size() == expected.size())
+            app.quit(5);
+    };
+    EXPECT_EQ(execBounded(), 5);
+    EXPECT_EQ(listener.log, expected);
+    EXPECT_EQ(depth.deepest(), deepestTurn);
+}
+
+TEST_F(DataSensor, EveryHandlerMayPostAndCallProcessEvents)
+{
+    Depth depth;
+    sensor.attach(&listener);
+    Log expected;
+    for (int value = 0; value < manyEvents; ++value)
+        expected.emplace_back(1, value);
+    listener.onEvent = [&](const CkelDataSensorEvent&) {
+        const auto delivered = static_cast<int>(listener.log.size());
+        if (delivered < manyEvents)
+            post(1, delivered);
+        depth.turn([this] { turn(); });
+    };
+    post(1, 0);
+    EXPECT_TRUE(turnUntil([this] { return listener.log.size() >= manyEvents; }));
+    EXPECT_EQ(listener.log, expected);
+    EXPECT_LE(depth.deepest(), deepestTurn);
+}
+
+TEST_F(DataSensor, WhatADeepHandlerPostsIsDeliveredLater)
+{
+    Depth depth;
+    sensor.attach(&listener);
+    listener.onEvent = [&](const CkelDataSensorEvent& event) {
+        if (event.id() != 1)
+            return;
+        if (listener.log.size() == 100)
+            post(2, 0);
+        depth.turn([this] { turn(); });
+    };
+    for (int value = 0; value < 100; ++value)
+        post(1, value);
+    turn();
+    turn();
+    EXPECT_EQ(listener.log.size(), 101U);
+    EXPECT_EQ(listener.log.back(), std::make_pair(2U, 0));
 }
 
 // Handlers that throw

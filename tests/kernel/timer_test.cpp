@@ -562,6 +562,22 @@ TEST(NestedLoop, HandlerThatTurnsTheLoopIsNotEnteredAgain)
     });
 }
 
+TEST(NestedLoop, EveryHandlerMayTurnTheLoopHoweverManyTimersAreDue)
+{
+    onFreshLoop([](CkelApplicationPlus& app) {
+        constexpr int many = 50000;
+        Ticker object;
+        object.onTimeOut = [&](int id) {
+            object.killTimer(id);
+            app.processEvents();
+        };
+        for (int i = 0; i < many; ++i)
+            object.startTimer(1);
+        EXPECT_TRUE(turnUntil(app, [&] { return object.count() >= many; }));
+        EXPECT_EQ(object.count(), many);
+    });
+}
+
 TEST(NestedLoop, HandlerMayDestroyItsObjectAndTurnTheLoop)
 {
     onFreshLoop([](CkelApplicationPlus& app) {

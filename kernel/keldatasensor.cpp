@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <iterator>
 #include <optional>
 #include <thread>
@@ -279,7 +280,8 @@ void CkelDataSensor::Private::deliverBatch()
     }
 }
 
-/// Takes `delivery` through its listeners. Destroys `finished` once the lock is free.
+/// Takes `delivery` through its listeners, then throws the first exception of their handlers. Destroys `finished` once
+/// the lock is free.
 void CkelDataSensor::Private::deliver(Delivery& delivery, std::vector<EventPtr>& finished)
 {
     /// Notes whose handler runs, and lets go of the lock meanwhile.
@@ -304,12 +306,20 @@ void CkelDataSensor::Private::deliver(Delivery& delivery, std::vector<EventPtr>&
 
     if (!delivery.end)
         delivery.end = listeners.size();
+    std::exception_ptr failure;
     while (CkelObject* const receiver = nextListener(delivery)) {
         const Handler running(*this, *receiver);
         finished.clear();
-        CkelObjectPrivate::deliver(*receiver, *delivery.event);
+        try {
+            CkelObjectPrivate::deliver(*receiver, *delivery.event);
+        } catch (...) {
+            if (!failure) // the listeners behind this one still receive the event
+                failure = std::current_exception();
+        }
     }
     removeDetached();
+    if (failure)
+        std::rethrow_exception(failure);
 }
 
 CkelObject* CkelDataSensor::Private::nextListener(Delivery& delivery)

@@ -17,6 +17,10 @@ class CkelObject;
 /// every attached object, in the order in which they were posted. What a handler posts is delivered in the next turn of
 /// the loop. Every operation is safe from any thread, before an application object exists and until the process ends.
 ///
+/// A handler may throw. The other objects still receive the event; then the exception leaves exec() or processEvents().
+/// When several handlers throw on one event, the first exception leaves and the others are dropped. The remaining
+/// events are delivered by the next exec() or processEvents().
+///
 /// While nobody is attached, posted events are deleted at once, and so are those that wait when the last one
 /// leaves. While somebody is attached and the application's loop
 /// does not turn, events wait and take memory; with the merge flag at most one waits for each item.

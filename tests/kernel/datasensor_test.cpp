@@ -1128,6 +1128,91 @@ TEST_F(DataSensor, ExceptionLeavesProcessEventsAndTheOtherEventsFollow)
     EXPECT_EQ(CountedEvent::live, 0);
 }
 
+TEST_F(DataSensor, ListenersBehindOneThatThrowsReceiveTheEventOnce)
+{
+    Listener third;
+    sensor.attach(&listener);
+    sensor.attach(&second);
+    sensor.attach(&third);
+    listener.onEvent = [](const CkelDataSensorEvent& event) {
+        if (event.id() == 1)
+            throw std::runtime_error("expected");
+    };
+    post(1, 1);
+    post(2, 2);
+    EXPECT_THROW(turn(), std::runtime_error);
+    EXPECT_EQ(second.log, (Log{{1, 1}}));
+    EXPECT_EQ(third.log, (Log{{1, 1}}));
+    turn();
+    EXPECT_EQ(listener.log, (Log{{1, 1}, {2, 2}}));
+    EXPECT_EQ(second.log, (Log{{1, 1}, {2, 2}}));
+    EXPECT_EQ(third.log, (Log{{1, 1}, {2, 2}}));
+    EXPECT_EQ(CountedEvent::live, 0);
+}
+
+TEST_F(DataSensor, FirstOfSeveralExceptionsOfOneEventLeaves)
+{
+    Listener third;
+    sensor.attach(&listener);
+    sensor.attach(&second);
+    sensor.attach(&third);
+    listener.onEvent = [](const CkelDataSensorEvent&) { throw std::runtime_error("first"); };
+    second.onEvent = [](const CkelDataSensorEvent&) { throw std::logic_error("second"); };
+    post(1, 1);
+    try {
+        turn();
+        ADD_FAILURE();
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "first");
+    }
+    EXPECT_EQ(second.log, (Log{{1, 1}}));
+    EXPECT_EQ(third.log, (Log{{1, 1}}));
+    turn(); // the second exception is gone
+}
+
+TEST_F(DataSensor, ListenersBehindOneThatDestroysItselfAndThrowsReceiveTheEvent)
+{
+    auto brief = std::make_unique<Listener>();
+    sensor.attach(brief.get());
+    sensor.attach(&second);
+    brief->onEvent = [&brief](const CkelDataSensorEvent&) {
+        brief.reset();
+        throw std::runtime_error("expected");
+    };
+    post(1, 1);
+    EXPECT_THROW(turn(), std::runtime_error);
+    EXPECT_EQ(second.log, (Log{{1, 1}}));
+}
+
+TEST_F(DataSensor, ExceptionOfAnEventThatANestedPassCompletesReachesTheHandlerThatTurnsTheLoop)
+{
+    Listener third;
+    sensor.attach(&listener);
+    sensor.attach(&second);
+    sensor.attach(&third);
+    bool caught = false;
+    listener.onEvent = [&](const CkelDataSensorEvent& event) {
+        if (event.id() != 1)
+            return;
+        try {
+            turn();
+        } catch (const std::runtime_error&) {
+            caught = true;
+        }
+    };
+    second.onEvent = [](const CkelDataSensorEvent& event) {
+        if (event.id() == 1)
+            throw std::runtime_error("expected");
+    };
+    post(1, 1);
+    post(2, 2);
+    turn();
+    EXPECT_TRUE(caught);
+    for (const Listener* const one : {&listener, &second, &third})
+        EXPECT_EQ(one->log, (Log{{1, 1}, {2, 2}}));
+    EXPECT_EQ(CountedEvent::live, 0);
+}
+
 TEST_F(DataSensor, ExceptionLeavesExecAndTheOtherEventsFollow)
 {
     sensor.attach(&listener);

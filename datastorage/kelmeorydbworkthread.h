@@ -13,6 +13,10 @@ public:
     explicit CkelMeoryDBWorkThread(CkelObject* parent = nullptr);
     ~CkelMeoryDBWorkThread() override;
 
+    /// Starts the thread as CkelThread::start does, with all signals blocked on it except those that report an error of
+    /// the thread itself (SIGSEGV, for example). Signals to the process are so left to the application's threads.
+    bool start(Priority priority = InheritPriority);
+
     void run() override;
 };
 

@@ -39,7 +39,8 @@ public:
     /// Terminates the thread. A class that overrides run() must call terminate() in its own destructor.
     ~CkelThread() override;
 
-    /// Starts the thread. False when it was started or terminated before, or the system has no thread to give.
+    /// Starts the thread. False when it was started or terminated before, or the system has no thread to give. The
+    /// thread inherits the signals that the caller blocks.
     bool start(Priority priority = InheritPriority);
 
     /// Ends exec() with `code` after the handler that is running. Called before exec(), it makes exec() return at

@@ -12,7 +12,7 @@ class CkelDataSensor;
 class KEL_EXPORT CkelApplicationPlus : public CkelObject
 {
 public:
-    /// `argc` and `argv` are those of main; nothing is read from them.
+    /// `argc` and `argv` are those of main; nothing is read from them. Opens no file descriptors: the first timer does.
     CkelApplicationPlus(int& argc, char** argv);
     ~CkelApplicationPlus() override;
 

@@ -93,6 +93,10 @@ public:
     /// time after one interval, until it is killed. It keeps to its own grid: a late time-out does not shift the next
     /// ones, and periods that were missed are skipped. Returns the timer's ID, unique in the process, or 0 when
     /// `interval` is below 1.
+    ///
+    /// The first timer of a thread opens up to three file descriptors, which stay open as long as the thread's loop
+    /// lives. Throws std::system_error when the process may not open as many, and starts no timer then; a later call
+    /// may succeed. Objects without timers need no descriptors.
     int startTimer(int interval);
 
     /// Stops a timer of this object; other IDs are ignored. On the object's own thread no time-out follows; from
@@ -101,6 +105,9 @@ public:
 
     /// Makes the object, its children and all their timers belong to `thread`, running or not yet running. Call it on
     /// the object's current thread. Refused, with false, for an object that has a parent and for a null thread.
+    ///
+    /// Moving timers throws std::system_error where startTimer() on `thread` would. Some of the objects may have moved
+    /// then; another call moves the others.
     bool moveToThread(CkelThread* thread);
 
     /// Lets `filter` see this object's events first; the filter installed last sees them first. Both must live on one

@@ -33,7 +33,7 @@ public:
         InheritPriority = 7       ///< that of the thread that calls start()
     };
 
-    /// Starts nothing yet. `parent` owns the CkelThread object.
+    /// Starts nothing yet, and opens no file descriptors. `parent` owns the CkelThread object.
     explicit CkelThread(CkelObject* parent = nullptr);
 
     /// Terminates the thread. A class that overrides run() must call terminate() in its own destructor.

@@ -30,7 +30,8 @@ public:
     /// Disconnects every function connected as `slotName`.
     void disconnectTimeOut(const std::string& slotName);
 
-    /// Starts the timer, or starts it anew; `interval` is in milliseconds. An interval below 1 stops it.
+    /// Starts the timer, or starts it anew; `interval` is in milliseconds. An interval below 1 stops it. Throws what
+    /// startTimer() throws; the timer then goes on as it was.
     void start(int interval);
 
     /// No time-out follows on the timer's own thread; from another thread one that has begun runs to its end.

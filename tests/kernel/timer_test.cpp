@@ -3,19 +3,24 @@
 #include "kernel/kelapplicationplus.h"
 #include "kernel/keldatasensor.h"
 #include "kernel/kelevent.h"
+#include "kernel/kelthread.h"
 
 #include <gtest/gtest.h>
+
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cstdlib>
 #include <functional>
 #include <iterator>
 #include <memory>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -537,6 +542,125 @@ TEST_F(ObjectTimer, TimeOutGoesThroughEvent)
     object.startTimer(1);
     ASSERT_TRUE(turnUntil([&] { return object.types.size() >= 2; }));
     EXPECT_EQ(object.types[0], CkelEvent::Timer);
+}
+
+// Processes without file descriptors
+
+/// Lets the process open no further file descriptors.
+class NoDescriptors
+{
+public:
+    NoDescriptors()
+    {
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        rlimit none = m_before;
+        none.rlim_cur = 0;
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+private:
+    rlimit m_before{};
+};
+
+template <typename Operation>
+bool throwsSystemError(Operation operation)
+{
+    try {
+        operation();
+    } catch (const std::system_error&) {
+        return true;
+    }
+    return false;
+}
+
+/// Ends the process with status 0 when `work` returns true on a thread that has no loop yet.
+template <typename Work>
+[[noreturn]] void endWith(Work work)
+{
+    bool good = false;
+    std::thread thread([&] { good = work(); });
+    thread.join();
+    std::_Exit(good ? 0 : 1);
+}
+
+bool runsItsTimer(Ticker& object)
+{
+    bool ran = false;
+    int argc = 0;
+    CkelApplicationPlus app(argc, nullptr);
+    for (const auto limit = Clock::now() + 10s; !ran && Clock::now() < limit; ran = object.count() > 0)
+        app.processEvents();
+    return ran;
+}
+
+TEST(DescriptorsDeathTest, AreNotNeededForObjectsWithoutTimers)
+{
+    const auto work = [] {
+        const NoDescriptors none;
+        int argc = 0;
+        CkelApplicationPlus app(argc, nullptr);
+        const CkelObject object;
+        CkelThread thread;
+        const bool started = thread.start();
+        app.processEvents();
+        thread.terminate();
+        return started;
+    };
+    EXPECT_EXIT(endWith(work), testing::ExitedWithCode(0), "");
+}
+
+TEST(DescriptorsDeathTest, FirstTimerThrowsWithoutThemAndStartsLater)
+{
+    const auto work = [] {
+        Ticker object;
+        bool threw = false;
+        {
+            const NoDescriptors none;
+            threw = throwsSystemError([&] { object.startTimer(1); });
+        }
+        return threw && object.startTimer(1) != 0 && runsItsTimer(object) &&
+               object.count(object.ids[0]) == object.count();
+    };
+    EXPECT_EXIT(endWith(work), testing::ExitedWithCode(0), "");
+}
+
+TEST(DescriptorsDeathTest, FurtherTimersOfAThreadNeedNone)
+{
+    const auto work = [] {
+        Ticker object;
+        object.killTimer(object.startTimer(3600 * 1000));
+        const NoDescriptors none;
+        return object.startTimer(1) != 0 && runsItsTimer(object);
+    };
+    EXPECT_EXIT(endWith(work), testing::ExitedWithCode(0), "");
+}
+
+TEST(DescriptorsDeathTest, ObjectsThatCannotMoveWithoutThemKeepTheirTimers)
+{
+    const auto work = [] {
+        CkelThread thread;
+        CkelObject parent;
+        auto* const object = new Ticker(&parent);
+        object->startTimer(1);
+        bool threw = false;
+        {
+            const NoDescriptors none;
+            threw = throwsSystemError([&] { parent.moveToThread(&thread); });
+        }
+        const bool ranHere = runsItsTimer(*object);
+        const bool moved = parent.moveToThread(&thread);
+        std::atomic<bool> ranThere{false};
+        object->onTimeOut = [&](int) { ranThere = true; };
+        thread.start();
+        for (const auto limit = Clock::now() + 10s; !ranThere && Clock::now() < limit;)
+            std::this_thread::sleep_for(100us);
+        thread.terminate();
+        return threw && ranHere && moved && ranThere;
+    };
+    EXPECT_EXIT(endWith(work), testing::ExitedWithCode(0), "");
 }
 
 TEST(NestedLoop, HandlerThatTurnsTheLoopIsNotEnteredAgain)

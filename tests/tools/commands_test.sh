@@ -242,4 +242,22 @@ sqlite3 view.db <"$data/not-a-table.sql"
 runs 2 show view.db
 says 'is not run' errors
 
+# Columns behind those that are read may be computed
+
+{
+    sed '/INSERT/d; s/Unit INTEGER, CUnit INTEGER/Unit AS (ID), CUnit AS (ID), Twice AS (2 * Value)/' "$data/saved-file.sql"
+    echo "INSERT INTO kel VALUES(1,'Speed',0,1,2,9,5.0,1.0,10.0,0.0);"
+} | sqlite3 wide.db
+runs 0 show wide.db
+says 'Speed'
+lacks 'DBSource'
+
+# The device does not read rows of more than 64 MiB
+
+runs 0 convert clean.json huge.db --force
+sqlite3 huge.db 'ALTER TABLE kel ADD COLUMN Note; UPDATE kel SET Note = zeroblob(67108865) WHERE ID = 1'
+runs 3 check huge.db
+says 'too big' errors
+rm huge.db
+
 finish

@@ -3,10 +3,12 @@
 #include "failure.h"
 #include "quietoutput.h"
 
+#include "database/kelforeignfile.h"
 #include "database/kelsqlitestatement.h"
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -73,15 +75,6 @@ void writeBytes(const fs::path& path, const std::string& bytes)
         throw Failure(Unreadable, path.string() + ": cannot be written");
 }
 
-/// Nothing that the file's schema says is run but what SQLite itself knows to be harmless.
-void distrust(sqlite3* connection)
-{
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
-}
-
 std::string textOf(sqlite3_stmt* row, int index)
 {
     const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(row, index));
@@ -135,7 +128,7 @@ void Database::open(const std::string& path, int flags)
     if (result != SQLITE_OK)
         fail();
     sqlite3_busy_timeout(connection, patience);
-    distrust(connection);
+    Ombrin::distrustFile(connection);
 }
 
 void Database::openCopy(const Source& source)
@@ -173,24 +166,30 @@ int Database::lookForTable()
         return SQLITE_OK;
     if (result != SQLITE_ROW)
         return result;
+    m_table = Table::View;
     const bool hasPages = sqlite3_column_int(find.handle(), 0) > 0; // only tables have
-    m_table = hasPages && !computesColumns() ? Table::Present : Table::View;
-    return m_table == Table::Present ? readColumns() : SQLITE_OK;
-}
-
-bool Database::computesColumns() const
-{
-    const CkelSqliteStatement find(m_connection.get(), "SELECT 1 FROM pragma_table_xinfo('kel') WHERE hidden > 0");
-    return find.isValid() && sqlite3_step(find.handle()) == SQLITE_ROW;
+    return hasPages ? readColumns() : SQLITE_OK;
 }
 
 int Database::readColumns()
 {
-    const CkelSqliteStatement rows(m_connection.get(), rowsText);
-    if (!rows.isValid())
+    constexpr int nameColumn = 1; // of the answer
+    constexpr int hiddenColumn = 6;
+    const CkelSqliteStatement find(m_connection.get(), "PRAGMA table_xinfo(kel)");
+    if (!find.isValid())
         return sqlite3_errcode(m_connection.get());
-    for (int column = 0; column < sqlite3_column_count(rows.handle()); ++column)
-        m_columns.emplace_back(sqlite3_column_name(rows.handle(), column));
+    m_columns.clear();
+    std::size_t stored = 0; // in front of the first computed one
+    int result = SQLITE_DONE;
+    while ((result = sqlite3_step(find.handle())) == SQLITE_ROW) {
+        const bool isComputed = sqlite3_column_int(find.handle(), hiddenColumn) != 0;
+        stored += !isComputed && stored == m_columns.size() ? 1U : 0U;
+        m_columns.push_back(textOf(find.handle(), nameColumn));
+    }
+    if (result != SQLITE_DONE)
+        return result;
+    if (stored >= std::min(m_columns.size(), static_cast<std::size_t>(columnsRead())))
+        m_table = Table::Present;
     return SQLITE_OK;
 }
 
@@ -206,7 +205,7 @@ std::vector<std::string> Database::tables() const
 bool Database::isSaved() const
 {
     constexpr std::size_t savedColumns = 12;
-    return m_columns.size() == savedColumns && strcasecmp(m_columns[10].c_str(), "Unit") == 0 &&
+    return m_columns.size() >= savedColumns && strcasecmp(m_columns[10].c_str(), "Unit") == 0 &&
            strcasecmp(m_columns[11].c_str(), "CUnit") == 0;
 }
 

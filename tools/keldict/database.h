@@ -46,7 +46,7 @@ public:
     {
         Present,
         Missing,
-        View,      ///< or anything else that computes what it gives: the loader reads none of it
+        View,      ///< or anything else that computes what the loader would read: it reads none of it
         NoDatabase ///< the file is of another kind
     };
 
@@ -78,7 +78,6 @@ private:
     void open(const std::string& path, int flags);
     void openCopy(const Source& source);
     int lookForTable(); // these two: SQLite's result
-    bool computesColumns() const;
     int readColumns();
     [[noreturn]] void fail() const;
 

@@ -227,8 +227,9 @@ bool checkTable(Database& database, std::vector<Finding>& findings)
         findings.push_back(ofFile(Rules::notADatabase, "the file is no SQLite database", nothing));
         return false;
     case Database::Table::View:
-        findings.push_back(ofFile(Rules::notATable, "\"kel\" is a view, a virtual table, or one with computed columns",
-                                  nothing, "a table"));
+        findings.push_back(ofFile(Rules::notATable,
+                                  "\"kel\" is a view, a virtual table, or computes a column that is read", nothing,
+                                  "a table"));
         return false;
     case Database::Table::Missing: {
         const auto tables = database.tables();

@@ -134,7 +134,8 @@ void DatabaseCheck::checkRow(const CkelSqliteVariantVector& row, sqlite3_stmt* s
     const CheckedItem item{m_record, [this](Field field) { return isRead(field); },
                            [this](Field) {
                                return Place{{}, m_row};
-                           }};
+                           },
+                           [this](Field field) { return shown(valueOf(m_record, field)); }};
     const bool hasId = checkId(item, statement);
     checkName(item, statement);
     for (const Field field : {Field::CommSource, Field::DBSource, Field::RW, Field::Block, Field::ValueT})
@@ -189,7 +190,8 @@ void DatabaseCheck::checkByte(const CheckedItem& item, Field field, sqlite3_stmt
         add(Rules::byteOverflow, item, field, what, "Kept as " + shown(read) + ": only the low eight bits count.",
             "0 to 255");
     else
-        add(Rules::wrongType, item, field, what + " where an integer is taken", "It is read as " + shown(read) + ".");
+        add(Rules::wrongType, item, field, what + " where an integer from 0 to 255 is taken",
+            "It is read as " + shown(read) + ".");
 }
 
 void DatabaseCheck::checkValueColumn(const CheckedItem& item, Field field, sqlite3_stmt* statement)

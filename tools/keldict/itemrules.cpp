@@ -42,7 +42,7 @@ void checkNumberAndName(const CheckedItem& item, std::vector<Finding>& findings)
     if (record.ID > static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max())) {
         const auto saved = std::to_string(static_cast<std::int32_t>(record.ID));
         findings.push_back(warning(Rules::largeId, item, Field::ID, "ID " + std::to_string(record.ID),
-                                   "Events carry it, and the saved file holds it, as " + saved + "."));
+                                   "The saved file holds it as " + saved + "."));
     }
     if (record.NameID.empty())
         findings.push_back(warning(Rules::emptyName, item, Field::NameID, "the item has no name",
@@ -81,19 +81,37 @@ std::string effectOf(const CheckedItem& item, Field field, const CkelVariant& st
                            : kept + " In the type's form it is " + shown(stored) + ".";
 }
 
+/// The value that was probably meant where the type holds `stored` instead; nothing where that is a guess.
+std::string meantBy(const CkelVariant& value, const CkelVariant& stored)
+{
+    if (stored.isNull() || (value.type() != CkelVariant::Double && value.type() != CkelVariant::String))
+        return {};
+    if (stored.type() == CkelVariant::Double && !std::isfinite(stored.toDouble()))
+        return "a number; JSON has neither NaN nor infinity";
+    const bool isInteger = stored.type() == CkelVariant::LongLong || stored.type() == CkelVariant::ULongLong;
+    if (isInteger && !(std::fabs(value.toDouble() - stored.toDouble()) < 1))
+        return "a number that 64 bits hold";
+    return shown(stored);
+}
+
+/// A value as the file writes it, unless the type holds another one.
+std::string quoted(const CheckedItem& item, Field field, const CkelVariant& stored)
+{
+    const CkelVariant& value = valueOf(item.record, field);
+    const bool isKept = value.type() != CkelVariant::String && stored.cmp(value);
+    return isKept && item.gives(field) ? item.written(field) : shown(stored);
+}
+
 void checkConversion(const CheckedItem& item, Field field, std::vector<Finding>& findings)
 {
     const CkelVariant& value = valueOf(item.record, field);
     const CkelVariant stored = storedForm(item.record.ValueT, value);
     if (value.isNull() || stored.cmp(value))
         return;
-    const std::string what = fieldAnd(field, shown(value)) + " where value type " + std::to_string(item.record.ValueT) +
-                             " holds " + std::string(formOf(item.record.ValueT));
-    const bool isWorthMeaning =
-        !stored.isNull() && (value.type() == CkelVariant::Double || value.type() == CkelVariant::String);
+    const std::string what = fieldAnd(field, item.written(field)) + " where value type " +
+                             std::to_string(item.record.ValueT) + " holds " + std::string(formOf(item.record.ValueT));
     const Rule& rule = stored.isNull() ? Rules::unconvertibleValue : Rules::changedValue;
-    findings.push_back(warning(rule, item, field, what, effectOf(item, field, stored),
-                               isWorthMeaning ? shown(stored) : std::string()));
+    findings.push_back(warning(rule, item, field, what, effectOf(item, field, stored), meantBy(value, stored)));
 }
 
 void checkSavedForm(const CheckedItem& item, Field field, std::vector<Finding>& findings)
@@ -106,11 +124,12 @@ void checkSavedForm(const CheckedItem& item, Field field, std::vector<Finding>& 
     const CkelVariant read = storedForm(record.ValueT, *saved);
     if (read.cmp(value))
         return;
-    findings.push_back(warning(Rules::roundedWhenSaved, item, field,
-                               fieldAnd(field, shown(value)) + " beside Value " + shown(record.Value),
-                               "The saved file holds it in the form of Value, as " + shown(read) +
-                                   "; a device that starts from that file alone gets this.",
-                               "Value with a decimal point, such as 5.0"));
+    findings.push_back(
+        warning(Rules::roundedWhenSaved, item, field,
+                fieldAnd(field, item.written(field)) + " beside Value " + quoted(item, Field::Value, record.Value),
+                "The saved file holds it in the form of Value, as " + shown(read) +
+                    "; a device that starts from that file alone gets this.",
+                "Value with a decimal point, such as 5.0"));
 }
 
 void checkText(const CheckedItem& item, std::vector<Finding>& findings)
@@ -130,9 +149,15 @@ void checkWithinBounds(const CheckedItem& item, Field field, const CkelVariant& 
     const CkelVariant value = storedForm(item.record.ValueT, valueOf(item.record, field));
     if (value.isNull() || (!isLess(value, low) && !isLess(high, value)))
         return;
+    const std::string bounds = quoted(item, Field::Min, low) + " to " + quoted(item, Field::Max, high);
     findings.push_back(warning(Rules::outOfBounds, item, field,
-                               fieldAnd(field, shown(value)) + " outside " + shown(low) + " to " + shown(high),
+                               fieldAnd(field, quoted(item, field, value)) + " outside " + bounds,
                                "It is taken as it is: bounds are reported, never applied."));
+}
+
+bool isFinite(const CkelVariant& value)
+{
+    return value.type() != CkelVariant::Double || std::isfinite(value.toDouble());
 }
 
 void checkBounds(const CheckedItem& item, std::vector<Finding>& findings)
@@ -142,10 +167,11 @@ void checkBounds(const CheckedItem& item, std::vector<Finding>& findings)
     if (low.isNull() || high.isNull())
         return;
     if (isLess(high, low)) {
-        findings.push_back(warning(Rules::boundsExchanged, item, Field::Min,
-                                   "Min " + shown(low) + " above Max " + shown(high),
+        const std::string min = quoted(item, Field::Min, low);
+        const std::string max = quoted(item, Field::Max, high);
+        findings.push_back(warning(Rules::boundsExchanged, item, Field::Min, "Min " + min + " above Max " + max,
                                    "Both are reported as they are: a screen that keeps to them takes no value.",
-                                   "Min " + shown(high) + " and Max " + shown(low)));
+                                   isFinite(low) && isFinite(high) ? "Min " + max + " and Max " + min : std::string()));
         return;
     }
     checkWithinBounds(item, Field::Value, low, high, findings);

@@ -12,8 +12,9 @@ namespace Keldict {
 struct CheckedItem
 {
     const Ombrin::tagStorageData& record;
-    std::function<bool(Field)> gives;    ///< whether the file gives the field for this item itself
-    std::function<Place(Field)> placeOf; ///< of the field, or of the item where it does not give it
+    std::function<bool(Field)> gives;          ///< whether the file gives the field for this item itself
+    std::function<Place(Field)> placeOf;       ///< of the field, or of the item where it does not give it
+    std::function<std::string(Field)> written; ///< a value that the file gives, as it stands there
 };
 
 /// A warning about one field of an item.

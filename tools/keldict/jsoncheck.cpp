@@ -32,6 +32,11 @@ std::string_view textOf(const rapidjson::Value& value)
     return {value.GetString(), value.GetStringLength()};
 }
 
+const rapidjson::Value& valueOf(const rapidjson::Value& item, std::size_t position)
+{
+    return (item.MemberBegin() + static_cast<std::ptrdiff_t>(position))->value;
+}
+
 /// Whether the loader takes a value of that type for the field.
 bool takes(Field field, const rapidjson::Value& value)
 {
@@ -57,32 +62,23 @@ std::string_view wanted(Field field)
 {
     if (isValueField(field))
         return "a bool, a number or a text";
-    return field == Field::NameID ? "a text" : "an integer from 0 to 4294967295";
-}
-
-/// A value as it stands in the file, shortened.
-std::string written(const rapidjson::Value& value)
-{
-    if (value.IsString())
-        return inQuotes(textOf(value));
-    Ombrin::CkelVariant variant;
-    Ombrin::CkelParseDBJson().setValue(value, variant);
-    return variant.isNull() ? std::string(typeOf(value)) : variant.toStdString();
-}
-
-/// What the value would be, had it the type that the field takes.
-std::string meantBy(Field field, const rapidjson::Value& value)
-{
     if (field == Field::NameID)
-        return value.IsNumber() ? "\"" + written(value) + "\", in quotes" : std::string();
-    if (isValueField(field))
-        return {};
+        return "a text";
+    return isByteField(field) ? "an integer from 0 to 255" : "an integer from 1 to 4294967295";
+}
+
+/// What a value that is no integer from 0 would be as one.
+std::string meantInteger(Field field, const rapidjson::Value& value)
+{
     Ombrin::CkelVariant variant;
     Ombrin::CkelParseDBJson().setValue(value, variant);
     bool ok = false;
     const double number = variant.toDouble(&ok);
     const unsigned int integer = variant.toUInt();
-    return ok && number == integer ? std::to_string(integer) : std::string();
+    const bool isInteger = ok && number == integer && (field != Field::ID || integer > 0);
+    if (isByteField(field) && integer > 0xFF)
+        return "0 to 255";
+    return isInteger ? std::to_string(integer) : std::string();
 }
 
 class JsonCheck
@@ -115,11 +111,14 @@ private:
     void checkMembers(Item& item);
     void checkMember(Item& item, std::size_t position, Field field, const rapidjson::Value& value);
     void checkText(const Item& item, Field field, std::string_view text);
-    void reportWrongType(const Item& item, std::size_t position, Field field, const rapidjson::Value& value);
+    void reportWrongType(const Item& item, std::size_t position, Field field);
     void reportUnknownKey(const Item& item, std::size_t position, std::string_view key);
     void checkId(const Item& item);
     void checkInherited(const Item& item);
     std::string inheritedFrom() const;
+    std::string written(std::size_t n, std::size_t position) const;
+    std::string written(std::size_t n, Field field) const;
+    std::string meantBy(const Item& item, std::size_t position, Field field) const;
     Place placeOf(std::size_t n, Field field) const;
     Place placeOfKey(std::size_t n, std::size_t position) const;
     Finding warningAt(const Item& item, Place place, const Rule& rule, std::string what, std::string effect,
@@ -178,7 +177,8 @@ void JsonCheck::checkObject(std::size_t n, const rapidjson::Value& json)
     const tagStorageData& record = m_parser.deepParse(json, json.MemberCount(), {});
     Members taken;
     const CheckedItem checked{record, [&taken](Field field) { return taken.test(indexOf(field)); },
-                              [this, n](Field field) { return placeOf(n, field); }};
+                              [this, n](Field field) { return placeOf(n, field); },
+                              [this, n](Field field) { return written(n, field); }};
     Item item{n, json, checked, {}, {}, {}};
     checkMembers(item);
     checkId(item);
@@ -222,7 +222,7 @@ void JsonCheck::checkMember(Item& item, std::size_t position, Field field, const
                                        inQuotes(nameOf(field)) + " occurs again", "The last one counts."));
     item.given.set(bit);
     if (!takes(field, value)) {
-        reportWrongType(item, position, field, value);
+        reportWrongType(item, position, field);
         return;
     }
     item.taken.set(bit);
@@ -230,7 +230,7 @@ void JsonCheck::checkMember(Item& item, std::size_t position, Field field, const
         checkText(item, field, textOf(value));
     else if (isByteField(field) && value.GetUint() > 0xFF)
         m_findings.push_back(warning(
-            Rules::byteOverflow, item.checked, field, std::string(nameOf(field)) + " is " + written(value),
+            Rules::byteOverflow, item.checked, field, std::string(nameOf(field)) + " is " + written(item.n, position),
             "Kept as " + std::to_string(value.GetUint() & 0xFFU) + ": only the low eight bits count.", "0 to 255"));
 }
 
@@ -247,19 +247,19 @@ void JsonCheck::checkText(const Item& item, Field field, std::string_view text)
                                      "save the file as UTF-8"));
 }
 
-void JsonCheck::reportWrongType(const Item& item, std::size_t position, Field field, const rapidjson::Value& value)
+void JsonCheck::reportWrongType(const Item& item, std::size_t position, Field field)
 {
     if (field == Field::ID && item.checked.record.ID == 0)
         return; // an error of its own
     const Place place{m_dictionary.placeAt(m_dictionary.membersOf(item.n)[position].value)};
-    const auto counting = static_cast<std::ptrdiff_t>(*memberThatCounts(item.json, field));
-    const bool isGivenAgain = takes(field, (item.json.MemberBegin() + counting)->value);
+    const bool isGivenAgain = takes(field, valueOf(item.json, *memberThatCounts(item.json, field)));
     const std::string now = std::string(nameOf(field)) + " is " + shown(contentOf(item.checked.record, field));
     m_findings.push_back(warningAt(
         item, place, Rules::wrongType,
-        std::string(nameOf(field)) + " is " + written(value) + " where " + std::string(wanted(field)) + " is taken",
+        std::string(nameOf(field)) + " is " + written(item.n, position) + " where " + std::string(wanted(field)) +
+            " is taken",
         "It is passed over; " + now + (isGivenAgain ? ", as this item says elsewhere" : inheritedFrom()) + ".",
-        meantBy(field, value)));
+        meantBy(item, position, field)));
 }
 
 void JsonCheck::reportUnknownKey(const Item& item, std::size_t position, std::string_view key)
@@ -287,10 +287,9 @@ void JsonCheck::checkId(const Item& item)
     std::string what = "the item has no ID";
     std::string meant;
     if (given) {
-        const auto member = static_cast<std::ptrdiff_t>(*memberThatCounts(item.json, Field::ID));
-        const rapidjson::Value& id = (item.json.MemberBegin() + member)->value;
-        what = "ID " + written(id) + " is no integer from 1 to 4294967295";
-        meant = id.IsUint() ? "" : meantBy(Field::ID, id);
+        const std::size_t position = *memberThatCounts(item.json, Field::ID);
+        what = "ID " + written(item.n, position) + " is no integer from 1 to 4294967295";
+        meant = meantBy(item, position, Field::ID);
     } else {
         for (const std::string_view key : item.unknown) {
             if (nearest(key, {"ID"}))
@@ -329,7 +328,37 @@ std::string JsonCheck::inheritedFrom() const
     return ", from the item before in line " + std::to_string(line);
 }
 
-// Places
+// Values and places
+
+/// A value as it stands in the file, shortened.
+std::string JsonCheck::written(std::size_t n, std::size_t position) const
+{
+    constexpr std::size_t longest = 40;
+    const rapidjson::Value& value = valueOf(m_dictionary.items()[static_cast<rapidjson::SizeType>(n)], position);
+    if (value.IsString())
+        return inQuotes(textOf(value));
+    if (!value.IsNumber() && !value.IsBool())
+        return std::string(typeOf(value));
+    const std::string_view text = m_dictionary.valueAt(m_dictionary.membersOf(n)[position].value);
+    return std::string(text.substr(0, longest)) + (text.size() > longest ? "..." : "");
+}
+
+std::string JsonCheck::written(std::size_t n, Field field) const
+{
+    const rapidjson::Value& json = m_dictionary.items()[static_cast<rapidjson::SizeType>(n)];
+    return written(n, *memberThatCounts(json, field));
+}
+
+/// What the value would be, had it the type that the field takes.
+std::string JsonCheck::meantBy(const Item& item, std::size_t position, Field field) const
+{
+    const rapidjson::Value& value = valueOf(item.json, position);
+    if (isValueField(field) || (field == Field::ID && value.IsUint()))
+        return {};
+    if (field != Field::NameID)
+        return meantInteger(field, value);
+    return value.IsNumber() ? "\"" + written(item.n, position) + "\", in quotes" : std::string();
+}
 
 Place JsonCheck::placeOf(std::size_t n, Field field) const
 {

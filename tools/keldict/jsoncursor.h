@@ -14,6 +14,9 @@ public:
     /// Where the next token begins; past the separators in front of it.
     std::size_t next();
 
+    /// Where it stands: behind the value that was skipped last.
+    std::size_t offset() const { return m_offset; }
+
     /// Into the object or array that begins here.
     void enter() { m_offset = next() + 1; }
 

@@ -81,7 +81,8 @@ bool JsonDictionary::parse(std::vector<Finding>& findings)
 void JsonDictionary::reportParseError(std::vector<Finding>& findings) const
 {
     if (m_document.GetParseError() == rapidjson::kParseErrorDocumentEmpty) {
-        findings.push_back(fatal(Rules::emptyFile, placeAt(0), "nothing but blanks", "{\"kel\": []}"));
+        findings.push_back(
+            fatal(Rules::emptyFile, placeAt(0), "nothing but blanks", "{\"kel\": [...]} with the items"));
         return;
     }
     JsonError error = explain(m_text, m_document.GetParseError(), m_document.GetErrorOffset());
@@ -173,6 +174,13 @@ void JsonDictionary::locateItems()
         m_offsets.push_back(cursor.next());
         cursor.skipValue();
     }
+}
+
+std::string_view JsonDictionary::valueAt(std::size_t offset) const
+{
+    JsonCursor cursor(m_text, offset);
+    cursor.skipValue();
+    return m_text.substr(offset, cursor.offset() - offset);
 }
 
 std::vector<JsonDictionary::Member> JsonDictionary::membersOf(std::size_t index) const

@@ -38,6 +38,9 @@ public:
     /// The members of an item that is an object, in their order.
     std::vector<Member> membersOf(std::size_t index) const;
 
+    /// The text of the value at this offset.
+    std::string_view valueAt(std::size_t offset) const;
+
     Place placeAt(std::size_t offset) const { return {m_lines.at(offset), 0}; }
 
     /// Whether all of the text is UTF-8.

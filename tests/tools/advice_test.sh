@@ -89,4 +89,62 @@ lacks 'vents'
 text ''
 says 'meant:  {"kel": [...]}'
 
+# A decimal comma is known
+
+of Value 1,5
+says '3:10: error: a comma in a number'
+says 'did you mean 1.5, with a point?'
+of Min -0,05
+says 'did you mean -0.05, with a point?'
+of Value 1,234,567
+says 'numbers have a point, and nothing between thousands'
+lacks 'did you mean'
+
+# An unknown escape and a control character are told apart
+
+of NameID '"a\dir"'
+says 'an unknown escape \d in a text'
+says 'meant:  \\ for a backslash'
+of NameID $'"a\tb"'
+says 'a tab in a text'
+says 'meant:  \t for a tab'
+of NameID $'"a\001b"'
+says 'the control character U+0001 in a text'
+of NameID $'"a\nb"'
+says 'a line break in a text'
+says 'opened: 2:21'
+
+# Where a quote or a bracket was opened that is not closed
+
+of NameID '"Speed'
+says 'opened: 2:21'
+says 'close the text in front of this with a quote'
+text '{"kel": [{"ID: 1, "NameID": "Speed"}]}'
+says '1:20: error: a colon is missing here'
+says 'opened: 1:11'
+text '{"kel": [{"ID": 1, "NameID": "Speed'
+says 'opened: 1:30'
+text '{"kel": [{"ID": 1}'
+says 'opened: 1:9'
+text '{"kel": [{"ID": 1, "NameID": "[{"'
+says 'opened: 1:10'
+text '{"kel": [{"ID": 1]}'
+says 'opened: 1:10'
+says 'close the object first, with "}"'
+text '{"kel": [{"ID": 1}}'
+says 'opened: 1:9'
+says 'close the array first, with "]"'
+text '{"kel": [{"ID": 1' '{"ID": 2}]}'
+says 'opened: 1:10'
+lacks 'comma in front'
+text '{"kel": {"ID": 1}]}'
+says 'no bracket is open that this one closes'
+text '{"kel": [{"ID": 1}, "NameID": "Speed"}]}'
+lacks 'opened'
+text '{"kel": [{"ID": 1}'
+"${keldict[@]}" check --format json dictionary.json >output || true
+says '"opened": {'
+"${keldict[@]}" check --format sarif dictionary.json >output || true
+says '"text": "opened"'
+
 finish

@@ -29,6 +29,11 @@ std::size_t FileFindings::accepted() const
     return count(findings, [](const Finding& finding) { return finding.accepted.has_value(); });
 }
 
+std::string_view roleOfOther(const Finding& finding)
+{
+    return finding.rule == &Rules::malformedJson ? "opened" : "first";
+}
+
 std::string shown(const Place& place)
 {
     if (place.row != 0)

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Keldict {
@@ -28,7 +29,7 @@ struct Finding
     std::string what;                    ///< what stands there
     std::string effect;                  ///< what the device would do
     std::string meant;                   ///< what was probably meant; may be empty
-    std::optional<Place> other;          ///< the place that this one collides with
+    std::optional<Place> other;          ///< a second place; see roleOfOther()
     std::optional<std::string> accepted; ///< why the dictionary's author wants it so
 };
 
@@ -47,6 +48,9 @@ struct FileFindings
     std::size_t warnings() const; ///< those not accepted
     std::size_t accepted() const;
 };
+
+/// What the second place of a finding is: "opened", of what is not closed, or "first", with which this one collides.
+std::string_view roleOfOther(const Finding& finding);
 
 /// "12:5", "row 7" or nothing.
 std::string shown(const Place& place);

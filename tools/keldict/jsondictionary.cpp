@@ -88,6 +88,8 @@ void JsonDictionary::reportParseError(std::vector<Finding>& findings) const
     JsonError error = explain(m_text, m_document.GetParseError(), m_document.GetErrorOffset());
     findings.push_back(
         fatal(Rules::malformedJson, placeAt(error.offset), std::move(error.what), std::move(error.meant)));
+    if (error.opened)
+        findings.back().other = placeAt(*error.opened);
 }
 
 void JsonDictionary::findItems(std::vector<Finding>& findings)

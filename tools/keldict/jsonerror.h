@@ -4,6 +4,8 @@
 
 #include <rapidjson/error/error.h>
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace Keldict {
@@ -13,7 +15,8 @@ struct JsonError
 {
     std::size_t offset; ///< where to look
     std::string what;
-    std::string meant; ///< may be empty
+    std::string meant;                 ///< may be empty
+    std::optional<std::size_t> opened; ///< where the quote or bracket stands that is not closed
 };
 
 JsonError explain(std::string_view text, rapidjson::ParseErrorCode code, std::size_t offset);

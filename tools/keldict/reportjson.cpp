@@ -30,7 +30,7 @@ void writeFinding(JsonWriter& json, const Finding& finding)
     if (!finding.meant.empty())
         json.text("meant", finding.meant);
     if (finding.other) {
-        json.key("first").beginObject();
+        json.key(roleOfOther(finding)).beginObject();
         writePlace(json, *finding.other);
         json.endObject();
     }

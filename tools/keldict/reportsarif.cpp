@@ -93,7 +93,7 @@ void writeResult(JsonWriter& json, const std::string& file, const Finding& findi
     if (finding.other) {
         json.key("relatedLocations").beginArray();
         writeLocation(json, file, *finding.other);
-        json.key("message").beginObject().text("text", "first").endObject();
+        json.key("message").beginObject().text("text", roleOfOther(finding)).endObject();
         json.endObject().endArray();
     }
     if (finding.accepted) {

@@ -47,6 +47,12 @@ std::string itemOf(const Finding& finding)
     return item + ": ";
 }
 
+void printDetail(std::string_view label, const std::string& text, std::ostream& out)
+{
+    constexpr std::size_t width = 7; // of the label and its blanks
+    out << "    " << label << ':' << std::string(width - label.size(), ' ') << text << '\n';
+}
+
 void print(const std::string& file, const Finding& finding, const Colours& colours, std::ostream& out)
 {
     const bool isError = finding.severity == Severity::Error;
@@ -55,11 +61,11 @@ void print(const std::string& file, const Finding& finding, const Colours& colou
         << (isError ? colours.error : colours.warning) << (isError ? "error: " : "warning: ") << colours.reset
         << itemOf(finding) << finding.what << " [" << finding.rule->code << "]\n";
     if (finding.other)
-        out << "    first:  " << shown(*finding.other) << '\n';
+        printDetail(roleOfOther(finding), shown(*finding.other), out);
     if (!finding.effect.empty())
-        out << "    device: " << finding.effect << '\n';
+        printDetail("device", finding.effect, out);
     if (!finding.meant.empty())
-        out << "    meant:  " << finding.meant << '\n';
+        printDetail("meant", finding.meant, out);
 }
 
 struct Totals

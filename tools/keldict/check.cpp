@@ -20,9 +20,8 @@ void checkFileName(const Source& source, std::vector<Finding>& findings)
         return;
     const bool isDatabase = source.kind == Source::Kind::Database;
     const std::string ending = isDatabase ? ".db" : ".json";
-    Finding finding{&Rules::fileName, Severity::Warning, {}, {}, {}, {}, {}, {}, {}, {}};
+    Finding finding{&Rules::fileName, Severity::Error, {}, {}, {}, {}, {}, {}, {}, {}};
     if (isDatabase && endsWith(source.name, ".json")) {
-        finding.severity = Severity::Error;
         finding.what = "the file is a database";
         finding.effect = "The device reads it as JSON, and stops.";
     } else if (!endsWith(source.name, ending)) {

@@ -141,7 +141,7 @@ std::size_t JsonCheck::run(const std::string& file)
     }
     if (n == 0)
         m_findings.push_back({&Rules::noItems,
-                              Severity::Warning,
+                              Severity::Error,
                               {},
                               {},
                               {},

@@ -12,12 +12,13 @@ const Rule duplicateRoot{"duplicate-root", Severity::Error, "The member \"kel\" 
 const Rule elementNotObject{"element-not-object", Severity::Error, "An element of \"kel\" is no object"};
 const Rule notADatabase{"not-a-database", Severity::Error, "The file is no SQLite database"};
 const Rule noTable{"no-table", Severity::Error, "The database has no table \"kel\""};
-const Rule notATable{"not-a-table", Severity::Error, "\"kel\" is a view or a virtual table"};
+const Rule notATable{"not-a-table", Severity::Error,
+                     "\"kel\" is a view, a virtual table, or computes a column that is read"};
 const Rule tooFewColumns{"too-few-columns", Severity::Error, "The table has fewer than eleven columns"};
 const Rule savedFile{"saved-file", Severity::Error, "The database holds saved values, not a configuration"};
-const Rule fileName{"file-name", Severity::Warning, "The device does not read files of this name"};
+const Rule fileName{"file-name", Severity::Error, "The device does not read files of this name"};
+const Rule noItems{"no-items", Severity::Error, "There are no items"};
 const Rule nulByte{"nul-byte", Severity::Warning, "The text goes on behind a NUL byte"};
-const Rule noItems{"no-items", Severity::Warning, "There are no items"};
 const Rule columnName{"column-name", Severity::Warning, "A column is read as another than its name says"};
 const Rule wrongAcceptance{"wrong-acceptance", Severity::Warning, "What is accepted is no warning of this tool"};
 
@@ -52,7 +53,7 @@ const std::vector<const Rule*>& all()
     static const std::vector<const Rule*> rules{
         &emptyFile,     &byteOrderMark,    &malformedJson, &rootNotObject,   &missingRoot,     &rootNotArray,
         &duplicateRoot, &elementNotObject, &notADatabase,  &noTable,         &notATable,       &tooFewColumns,
-        &savedFile,     &fileName,         &nulByte,       &noItems,         &columnName,      &wrongAcceptance,
+        &savedFile,     &fileName,         &noItems,       &nulByte,         &columnName,      &wrongAcceptance,
         &missingId,     &unusableId,       &duplicateId,   &duplicateName,   &changedId,       &largeId,
         &emptyName,     &similarName,      &wrongType,     &byteOverflow,    &inheritedField,  &unknownKey,
         &duplicateKey,  &nulInText,        &invalidUtf8,   &unknownType,     &typeNotRestored, &unconvertibleValue,

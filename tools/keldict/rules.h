@@ -36,8 +36,8 @@ extern const Rule notATable;
 extern const Rule tooFewColumns;
 extern const Rule savedFile;
 extern const Rule fileName;
-extern const Rule nulByte;
 extern const Rule noItems;
+extern const Rule nulByte;
 extern const Rule columnName;
 extern const Rule wrongAcceptance;
 

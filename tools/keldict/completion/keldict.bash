@@ -21,7 +21,7 @@ _keldict()
     fi
     case $before in
         --format) _keldict_words 'text json sarif' "$word" ;;
-        --accept) _keldict_words 'file-name nul-byte no-items column-name wrong-acceptance changed-id large-id empty-name similar-name wrong-type byte-overflow inherited-field unknown-key duplicate-key nul-in-text invalid-utf8 unknown-type type-not-restored unconvertible-value changed-value rounded-when-saved out-of-bounds bounds-exchanged text-not-restored' "$word" ;;
+        --accept) _keldict_words 'nul-byte column-name wrong-acceptance changed-id large-id empty-name similar-name wrong-type byte-overflow inherited-field unknown-key duplicate-key nul-in-text invalid-utf8 unknown-type type-not-restored unconvertible-value changed-value rounded-when-saved out-of-bounds bounds-exchanged text-not-restored' "$word" ;;
         --block | --id | --name) ;;
         *)
             case $command:$word in

@@ -16,12 +16,19 @@ says 'clean'
 
 runs 64
 runs 64 check
-runs 64 nonsense
 runs 64 check --format xml "$data/clean.json"
 runs 64 check --accept duplicate-id "$data/clean.json"
 runs 64 convert "$data/clean.json" out.txt
 runs 64 convert "$data/clean.json" kelmem.db
 runs 64 show --id 5..x "$data/clean.json"
+runs 64 show --id 5..1 "$data/clean.json"
+says '5..1 holds no ID' errors
+runs 64 chek "$data/clean.json"
+says '"chek" is no command; did you mean "check"?' errors
+runs 64 nonsense
+says '"nonsense" is no command; see --help' errors
+runs 64 check --strikt "$data/clean.json"
+says '--strikt' errors
 runs 2 diff "$data/clean.json"
 runs 0 --help
 says 'check'

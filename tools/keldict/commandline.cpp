@@ -7,16 +7,19 @@
 #include "report.h"
 #include "show.h"
 #include "version.h"
+#include "words.h"
 
 #include <CLI/CLI.hpp>
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <iostream>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Keldict {
@@ -62,6 +65,8 @@ void readRange(const std::string& text, Selection& selection)
         throw CLI::ValidationError("--id", "a range of IDs is missing, such as 1000..1999");
     selection.firstId = number(text.substr(0, dots), selection.firstId);
     selection.lastId = dots == std::string::npos ? selection.firstId : number(text.substr(dots + 2), selection.lastId);
+    if (selection.firstId > selection.lastId)
+        throw CLI::ValidationError("--id", text + " holds no ID: its first is above its last");
 }
 
 void addCheck(CLI::App& app, Options& options)
@@ -176,6 +181,19 @@ int fail(const CLI::App& app, Status status, const std::string& message)
     return statusFor(app, status);
 }
 
+/// CLI11 does not say that a command is unknown.
+std::string messageFor(const CLI::App& app, const CLI::ParseError& error, std::string_view command)
+{
+    std::vector<std::string_view> known;
+    for (const CLI::App* subcommand : app.get_subcommands([](const CLI::App*) { return true; }))
+        known.emplace_back(subcommand->get_name());
+    const bool isKnown = std::find(known.begin(), known.end(), command) != known.end();
+    if (command.empty() || command[0] == '-' || isKnown)
+        return std::string(error.what()) + "; see --help";
+    const auto meant = nearest(command, known);
+    return inQuotes(command) + " is no command; " + (meant ? "did you mean " + inQuotes(*meant) + "?" : "see --help");
+}
+
 /// What has been printed has to arrive.
 int finish(const CLI::App& app, int status)
 {
@@ -202,7 +220,7 @@ int run(int argc, const char* const* argv)
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        return fail(app, Misused, std::string(error.what()) + "; see --help");
+        return fail(app, Misused, messageFor(app, error, argc > 1 ? argv[1] : ""));
     }
     try {
         return finish(app, dispatch(app, options));

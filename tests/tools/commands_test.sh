@@ -106,6 +106,32 @@ fi
 runs 3 check --format sarif missing.json
 says '"executionSuccessful": false'
 
+# Of very many findings, some of each code are printed, and all counted
+
+{
+    echo '{"kel": ['
+    for id in {1..250}; do
+        echo "{\"ID\": $id, \"NameID\": \"Item$id\"},"
+    done
+    echo '{"ID": 1, "NameID": "Again"}]}'
+} >many.json
+runs 2 check many.json
+[[ $(grep -cF '[inherited-field]' output) -eq 101 ]] || fail "$(grep -cF '[inherited-field]' output) lines of one code"
+says 'many.json: 151 more [inherited-field]; --limit 0 prints all'
+says 'error: item 1 "Again"'
+says '250 items: 1 error, 502 warnings'
+runs 2 check --limit 3 many.json
+says 'many.json: 248 more [inherited-field]'
+runs 2 check --limit 0 many.json
+[[ $(grep -cF '[inherited-field]' output) -eq 251 ]] || fail "--limit 0 does not print all"
+lacks ' more ['
+runs 1 check --strict --limit 1 unknown-key.json
+runs 2 check --format json many.json
+[[ $(grep -cF '"code": "inherited-field"' output) -eq 251 ]] || fail "JSON lacks findings"
+runs 2 check --format sarif many.json
+[[ $(grep -cF '"ruleId": "inherited-field"' output) -eq 251 ]] || fail "SARIF lacks findings"
+runs 64 check --limit -1 many.json
+
 # Convert
 
 runs 0 convert clean.json clean.db
@@ -119,6 +145,10 @@ says 'is there already' errors
 runs 0 convert clean.json clean.db --force
 runs 1 convert duplicate-id.json lost.db
 says 'not kept: 1 item that the device would not take'
+printf '{"kel": [{"ID": 1, "NameID": "One", "ValueT": 3, "Unit": "bar"}]}' >one.json
+runs 1 convert one.json one.db
+says '1 unknown key of items'
+says '1 item written to one.db'
 runs 1 convert type-not-restored.json types.db
 says 'item 1 "Word"'
 cp clean.db busy.db
@@ -190,6 +220,14 @@ runs 2 show missing-root.json
 runs 3 show missing.json
 runs 0 show - <clean.db
 says 'Force'
+
+# What is shown as JSON is UTF-8, whatever the names are
+
+runs 0 show --json invalid-utf8.json
+if command -v iconv >/dev/null; then
+    iconv -f UTF-8 -t UTF-8 output >/dev/null || fail "what is shown is not UTF-8"
+fi
+says $'\xEF\xBF\xBD'
 
 # A saved file is read, and left alone
 

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -33,6 +34,7 @@ struct Options
 {
     std::vector<std::string> files; // of check
     Format format = Format::Text;
+    std::size_t limit = 100; // of findings with one code; 0 is none
     bool strict = false;
     std::vector<std::string> accepted;
     bool force = false;
@@ -84,6 +86,9 @@ void addCheck(CLI::App& app, Options& options)
     check->add_option("--format", options.format, "text (the default), json, or sarif (2.1.0)")
         ->type_name("FORMAT")
         ->transform(CLI::CheckedTransformer(formats).description(""));
+    check->add_option("--limit", options.limit, "How many findings of each code to print of a file (100); 0 is all")
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber.description(""));
     check->footer("Exit status: 0 clean, 1 warnings and --strict, 2 errors, 3 a file cannot be read.");
 }
 
@@ -129,18 +134,18 @@ bool useColours()
     return isatty(STDOUT_FILENO) == 1 && !(refused && *refused != '\0');
 }
 
-void print(const std::vector<FileFindings>& files, Format format)
+void print(const std::vector<FileFindings>& files, const Options& options)
 {
     for (const FileFindings& file : files) {
         if (!file.unreadable.empty())
             std::cerr << "keldict: " << file.unreadable << '\n';
     }
-    if (format == Format::Json)
+    if (options.format == Format::Json)
         reportJson(files, std::cout);
-    else if (format == Format::Sarif)
+    else if (options.format == Format::Sarif)
         reportSarif(files, std::cout);
     else
-        reportText(files, useColours(), std::cout);
+        reportText(files, useColours(), options.limit > 0 ? options.limit : SIZE_MAX, std::cout);
 }
 
 int check(const Options& options)
@@ -154,7 +159,7 @@ int check(const Options& options)
         files.push_back(checkFile(file, accepted));
         status = std::max(status, statusOf(files.back(), options.strict));
     }
-    print(files, options.format);
+    print(files, options);
     return status;
 }
 

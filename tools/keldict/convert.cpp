@@ -57,7 +57,7 @@ void sayChanges(const std::vector<Difference>& differences)
     }
     for (const auto& [field, count] : counts) {
         if (count > shownInFull)
-            say(std::string(field) + " of " + std::to_string(count - shownInFull) + " more items");
+            say(std::string(field) + " of " + counted(count - shownInFull, "more item"));
     }
 }
 
@@ -90,7 +90,8 @@ int convert(const std::string& in, const std::string& out, bool force)
     const auto lost = std::count_if(differences.begin(), differences.end(), [](const Difference& difference) {
         return difference.kind == Difference::Kind::Removed;
     });
-    std::cout << dictionary.items.size() - static_cast<std::size_t>(lost) << " items written to " << out << '\n';
+    std::cout << counted(dictionary.items.size() - static_cast<std::size_t>(lost), "item") << " written to " << out
+              << '\n';
     return differences.empty() && dictionary.notes.empty() ? Clean : Warned;
 }
 

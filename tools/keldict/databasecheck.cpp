@@ -256,7 +256,7 @@ bool checkColumns(const Database& database, std::vector<Finding>& findings)
     if (database.columns().size() >= allFields.size())
         return true;
     findings.push_back(ofFile(Rules::tooFewColumns,
-                              "the table has " + std::to_string(database.columns().size()) + " columns of 11",
+                              "the table has " + counted(database.columns().size(), "column") + " of 11",
                               "The device stops when it reads the first row."));
     return false;
 }

@@ -45,8 +45,7 @@ public:
     void finish()
     {
         if (m_lost > 0)
-            m_dictionary.notes.push_back(std::to_string(m_lost) + (m_lost == 1 ? " item" : " items") +
-                                         " that the device would not take");
+            m_dictionary.notes.push_back(counted(m_lost, "item") + " that the device would not take");
     }
 
 private:
@@ -68,7 +67,7 @@ void noteWhatIsIgnored(const JsonDictionary& json, Dictionary& dictionary)
             unknown += fieldNamed({member.name.GetString(), member.name.GetStringLength()}) ? 0U : 1U;
     }
     if (unknown > 0)
-        dictionary.notes.push_back(std::to_string(unknown) + " unknown keys of items");
+        dictionary.notes.push_back(counted(unknown, "unknown key") + " of items");
 }
 
 Dictionary loadJson(Source source)

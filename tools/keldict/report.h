@@ -2,6 +2,7 @@
 
 #include "finding.h"
 
+#include <cstddef>
 #include <iosfwd>
 #include <vector>
 
@@ -14,13 +15,13 @@ enum class Format
     Sarif
 };
 
-/// The findings for people to read, and a line that sums them up.
-void reportText(const std::vector<FileFindings>& files, bool inColour, std::ostream& out);
+/// The findings for people to read, up to `limit` of each code in a file, and a line that sums all of them up.
+void reportText(const std::vector<FileFindings>& files, bool inColour, std::size_t limit, std::ostream& out);
 
-/// The findings as one JSON object.
+/// All findings as one JSON object.
 void reportJson(const std::vector<FileFindings>& files, std::ostream& out);
 
-/// The findings in SARIF 2.1.0, which code hosts and editors show.
+/// All findings in SARIF 2.1.0, which code hosts and editors show.
 void reportSarif(const std::vector<FileFindings>& files, std::ostream& out);
 
 } // namespace Keldict

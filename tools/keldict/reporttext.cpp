@@ -2,8 +2,10 @@
 
 #include "words.h"
 
+#include <map>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 namespace Keldict {
 
@@ -29,11 +31,6 @@ struct Colours
     const char* good = "";
     const char* reset = "";
 };
-
-std::string counted(std::size_t count, const std::string& what)
-{
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
 
 std::string itemOf(const Finding& finding)
 {
@@ -66,6 +63,20 @@ void print(const std::string& file, const Finding& finding, const Colours& colou
         printDetail("device", finding.effect, out);
     if (!finding.meant.empty())
         printDetail("meant", finding.meant, out);
+}
+
+/// Up to `limit` findings of each kind: one slip in a program that writes dictionaries is in every item.
+void printFindings(const FileFindings& file, std::size_t limit, const Colours& colours, std::ostream& out)
+{
+    std::map<std::string_view, std::size_t> counts; // by code
+    for (const Finding& finding : file.findings) {
+        if (!finding.accepted && ++counts[finding.rule->code] <= limit)
+            print(file.file, finding, colours, out);
+    }
+    for (const auto& [code, count] : counts) {
+        if (count > limit)
+            out << file.file << ": " << count - limit << " more [" << code << "]; --limit 0 prints all\n";
+    }
 }
 
 struct Totals
@@ -109,15 +120,11 @@ void printSummary(const std::vector<FileFindings>& files, const Colours& colours
 
 } // namespace
 
-void reportText(const std::vector<FileFindings>& files, bool inColour, std::ostream& out)
+void reportText(const std::vector<FileFindings>& files, bool inColour, std::size_t limit, std::ostream& out)
 {
     const Colours colours(inColour);
-    for (const FileFindings& file : files) {
-        for (const Finding& finding : file.findings) {
-            if (!finding.accepted)
-                print(file.file, finding, colours, out);
-        }
-    }
+    for (const FileFindings& file : files)
+        printFindings(file, limit, colours, out);
     printSummary(files, colours, out);
 }
 

@@ -81,6 +81,16 @@ void printTable(const Dictionary& dictionary)
         printRow(row, widths);
 }
 
+/// JSON is UTF-8: stray bytes become the replacement character.
+void repairTexts(tagStorageData& item)
+{
+    item.NameID = repaired(item.NameID);
+    for (Ombrin::CkelVariant* value : {&item.Value, &item.DefValue, &item.Max, &item.Min}) {
+        if (value->type() == Ombrin::CkelVariant::String)
+            *value = repaired(value->toStdString());
+    }
+}
+
 } // namespace
 
 int show(const std::string& file, const Selection& selection, bool asJson)
@@ -90,10 +100,12 @@ int show(const std::string& file, const Selection& selection, bool asJson)
     items.erase(std::remove_if(items.begin(), items.end(),
                                [&](const tagStorageData& item) { return !isSelected(item, selection); }),
                 items.end());
-    if (asJson)
+    if (asJson) {
+        std::for_each(items.begin(), items.end(), repairTexts);
         writeJson(dictionary, std::cout);
-    else
+    } else {
         printTable(dictionary);
+    }
     return Clean;
 }
 

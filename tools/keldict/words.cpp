@@ -185,6 +185,11 @@ std::size_t widthOf(char32_t code)
 
 } // namespace
 
+std::string counted(std::size_t count, const std::string& what)
+{
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 std::optional<std::string_view> nearest(std::string_view word, const std::vector<std::string_view>& candidates)
 {
     constexpr std::size_t longestWord = 64;

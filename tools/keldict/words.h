@@ -1,11 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace Keldict {
+
+/// "1 item", "2 items".
+std::string counted(std::size_t count, const std::string& what);
 
 /// The candidate that `word` was probably meant to be: the same but for letter case, or a few letters off.
 std::optional<std::string_view> nearest(std::string_view word, const std::vector<std::string_view>& candidates);

@@ -22,10 +22,10 @@ _keldict()
     case $before in
         --format) _keldict_words 'text json sarif' "$word" ;;
         --accept) _keldict_words 'nul-byte column-name wrong-acceptance changed-id large-id empty-name similar-name wrong-type byte-overflow inherited-field unknown-key duplicate-key nul-in-text invalid-utf8 unknown-type type-not-restored unconvertible-value changed-value rounded-when-saved out-of-bounds bounds-exchanged text-not-restored' "$word" ;;
-        --block | --id | --name) ;;
+        --block | --id | --name | --limit) ;;
         *)
             case $command:$word in
-                check:-*) _keldict_words '--strict --accept --format --help' "$word" ;;
+                check:-*) _keldict_words '--strict --accept --format --limit --help' "$word" ;;
                 convert:-*) _keldict_words '--force --help' "$word" ;;
                 show:-*) _keldict_words '--block --id --name --json --help' "$word" ;;
                 diff:-*) _keldict_words '--help' "$word" ;;

@@ -8,6 +8,7 @@ complete -c keldict -f -n "not __fish_seen_subcommand_from $commands" -a diff -d
 complete -c keldict -n "__fish_seen_subcommand_from check" -l strict -d 'Let warnings end with status 1'
 complete -c keldict -x -n "__fish_seen_subcommand_from check" -l accept -a 'nul-byte column-name wrong-acceptance changed-id large-id empty-name similar-name wrong-type byte-overflow inherited-field unknown-key duplicate-key nul-in-text invalid-utf8 unknown-type type-not-restored unconvertible-value changed-value rounded-when-saved out-of-bounds bounds-exchanged text-not-restored' -d 'A warning that is meant to be'
 complete -c keldict -x -n "__fish_seen_subcommand_from check" -l format -a 'text json sarif' -d 'What to print'
+complete -c keldict -x -n "__fish_seen_subcommand_from check" -l limit -d 'How many findings of each code to print of a file'
 complete -c keldict -n "__fish_seen_subcommand_from convert" -l force -d 'Replace OUT if it is there'
 complete -c keldict -x -n "__fish_seen_subcommand_from show" -l block -d 'Only items of this block'
 complete -c keldict -x -n "__fish_seen_subcommand_from show" -l id -d 'Only items with these IDs'

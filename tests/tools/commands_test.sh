@@ -149,6 +149,25 @@ printf '{"kel": [{"ID": 1, "NameID": "One", "ValueT": 3, "Unit": "bar"}]}' >one.
 runs 1 convert one.json one.db
 says '1 unknown key of items'
 says '1 item written to one.db'
+# Values are written in the form of their type: a database gives 0 for a text in place of a number
+
+cat >forms.json <<'END'
+{"kel": [
+{"ID": 1, "NameID": "A", "CommSource": 0, "DBSource": 0, "RW": 0, "Block": 0, "ValueT": 9, "Value": "210.0", "DefValue": 1, "Max": "x", "Min": "inf"},
+{"ID": 2, "NameID": "B", "CommSource": 0, "DBSource": 0, "RW": 0, "Block": 0, "ValueT": 3, "Value": "7.0", "DefValue": 2.5, "Max": 9, "Min": 0},
+{"ID": 3, "NameID": "C", "CommSource": 0, "DBSource": 0, "RW": 0, "Block": 0, "ValueT": 10, "Value": 210.0, "DefValue": "", "Max": null, "Min": null}
+]}
+END
+runs 1 convert forms.json forms.db
+lacks '"210.0" of item 1, which is read back as 0'
+sqlite3 forms.db "SELECT ID, quote(Value), quote(DefValue) FROM kel" >rows
+printf '%s\n' '1|210.0|1.0' '2|7|3' "3|'210'|''" | same "values by type" - rows
+runs 1 convert forms.json formed.json
+says 'Value "210.0" of item 1, which is read back as 210'
+says '"Value": 210.0, "DefValue": 1, "Max": "x", "Min": "inf"' formed.json
+says '"Value": 7, "DefValue": 2.5' formed.json
+says '"Value": 210.0, "DefValue": ""' formed.json
+
 runs 1 convert type-not-restored.json types.db
 says 'item 1 "Word"'
 cp clean.db busy.db

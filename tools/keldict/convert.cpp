@@ -2,11 +2,14 @@
 
 #include "diff.h"
 #include "failure.h"
+#include "fields.h"
 #include "outputfile.h"
 #include "source.h"
 #include "words.h"
 #include "writedatabase.h"
 #include "writejson.h"
+
+#include "datastorage/kelstoredform.h"
 
 #include <algorithm>
 #include <fstream>
@@ -14,6 +17,8 @@
 #include <map>
 
 namespace Keldict {
+
+using Ombrin::CkelVariant;
 
 namespace {
 
@@ -23,6 +28,21 @@ void refuseName(const std::string& out)
         throw Failure(Misused, out + ": the name has to end in .json or .db, which tells what is written");
     if (std::filesystem::path(out).filename() == "kelmem.db")
         throw Failure(Misused, out + ": that is the name of the device's saved file, which is no configuration");
+}
+
+/// The dictionary with values in the form in which the value types store them. A database is read in no other form, and
+/// as 0 where a text is in place of a number. In JSON a number keeps its form: the device takes it as it is.
+Dictionary stored(Dictionary dictionary, bool asDatabase)
+{
+    for (Ombrin::tagStorageData& item : dictionary.items) {
+        for (CkelVariant* value : {&item.Value, &item.DefValue, &item.Max, &item.Min}) {
+            const CkelVariant form = Ombrin::storedForm(item.ValueT, *value);
+            const bool isText = value->type() == CkelVariant::String;
+            if ((asDatabase || isText) && !form.isNull() && isFinite(form))
+                *value = form;
+        }
+    }
+    return dictionary;
 }
 
 void write(const Dictionary& dictionary, const std::string& path, bool asDatabase)
@@ -78,7 +98,7 @@ int convert(const std::string& in, const std::string& out, bool force)
     const Dictionary dictionary = loadDictionary(in);
     OutputFile file(out, force);
     const bool asDatabase = endsWith(out, ".db");
-    write(dictionary, file.temporaryName(), asDatabase);
+    write(stored(dictionary, asDatabase), file.temporaryName(), asDatabase);
 
     // What the library reads back, and nothing else, tells what is kept.
     const auto differences = differencesOf(dictionary, loadDictionary(file.temporaryName()));

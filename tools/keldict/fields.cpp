@@ -2,6 +2,8 @@
 
 #include "words.h"
 
+#include <cmath>
+
 namespace Keldict {
 
 using Ombrin::CkelVariant;
@@ -60,6 +62,11 @@ const CkelVariant& valueOf(const tagStorageData& item, Field field)
     default:
         return item.Value;
     }
+}
+
+bool isFinite(const CkelVariant& value)
+{
+    return value.type() != CkelVariant::Double || std::isfinite(value.toDouble());
 }
 
 std::string shown(const CkelVariant& value)

@@ -52,6 +52,9 @@ Ombrin::CkelVariant contentOf(const Ombrin::tagStorageData& item, Field field);
 /// One of the four values.
 const Ombrin::CkelVariant& valueOf(const Ombrin::tagStorageData& item, Field field);
 
+/// False for NaN and the infinities, which JSON has no numbers for.
+bool isFinite(const Ombrin::CkelVariant& value);
+
 /// A value as a person writes it: texts in quotes, nothing as "nothing".
 std::string shown(const Ombrin::CkelVariant& value);
 

@@ -86,7 +86,7 @@ std::string meantBy(const CkelVariant& value, const CkelVariant& stored)
 {
     if (stored.isNull() || (value.type() != CkelVariant::Double && value.type() != CkelVariant::String))
         return {};
-    if (stored.type() == CkelVariant::Double && !std::isfinite(stored.toDouble()))
+    if (!isFinite(stored))
         return "a number; JSON has neither NaN nor infinity";
     const bool isInteger = stored.type() == CkelVariant::LongLong || stored.type() == CkelVariant::ULongLong;
     if (isInteger && !(std::fabs(value.toDouble() - stored.toDouble()) < 1))
@@ -153,11 +153,6 @@ void checkWithinBounds(const CheckedItem& item, Field field, const CkelVariant& 
     findings.push_back(warning(Rules::outOfBounds, item, field,
                                fieldAnd(field, quoted(item, field, value)) + " outside " + bounds,
                                "It is taken as it is: bounds are reported, never applied."));
-}
-
-bool isFinite(const CkelVariant& value)
-{
-    return value.type() != CkelVariant::Double || std::isfinite(value.toDouble());
 }
 
 void checkBounds(const CheckedItem& item, std::vector<Finding>& findings)

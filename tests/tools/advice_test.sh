@@ -147,4 +147,10 @@ says '"opened": {'
 "${keldict[@]}" check --format sarif dictionary.json >output || true
 says '"text": "opened"'
 
+# Names that look the same are told how they differ
+
+check "$data/composed-name.json"
+says 'of item 1, with letters composed otherwise'
+says 'of item 3 [similar-name]'
+
 finish

@@ -62,10 +62,12 @@ void ItemRegistry::checkSimilarName(const CheckedItem& item, std::uint32_t entry
     if (found == entry)
         return;
     const Entry& first = m_entries[found];
-    Finding finding = warning(
-        Rules::similarName, item, Field::NameID,
-        inQuotes(item.record.NameID) + " beside " + inQuotes(nameOf(first)) + " of item " + std::to_string(first.id),
-        "They are two names: who looks for one does not find the other.");
+    const std::string_view how =
+        isSameComposed(item.record.NameID, nameOf(first)) ? ", with letters composed otherwise" : "";
+    Finding finding = warning(Rules::similarName, item, Field::NameID,
+                              inQuotes(item.record.NameID) + " beside " + inQuotes(nameOf(first)) + " of item " +
+                                  std::to_string(first.id) + std::string(how),
+                              "They are two names: who looks for one does not find the other.");
     finding.other = m_placeOf(first.n);
     m_findings.push_back(std::move(finding));
 }

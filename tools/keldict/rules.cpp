@@ -29,7 +29,8 @@ const Rule duplicateName{"duplicate-name", Severity::Error, "The name belongs to
 const Rule changedId{"changed-id", Severity::Warning, "The ID is read as another number"};
 const Rule largeId{"large-id", Severity::Warning, "The ID is above 2147483647"};
 const Rule emptyName{"empty-name", Severity::Warning, "The name is empty"};
-const Rule similarName{"similar-name", Severity::Warning, "Names differ only in letter case or blanks"};
+const Rule similarName{"similar-name", Severity::Warning,
+                       "Names differ only in letter case, blanks or the way letters are composed"};
 
 const Rule wrongType{"wrong-type", Severity::Warning, "The value has a type that the field does not take"};
 const Rule byteOverflow{"byte-overflow", Severity::Warning, "The number does not fit into eight bits"};

@@ -1,10 +1,14 @@
 #include "words.h"
 
+#include <utf8proc.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <numeric>
 
 namespace Keldict {
@@ -33,44 +37,17 @@ std::size_t plainPrefix(std::string_view bytes)
     return size;
 }
 
-bool isContinuation(char byte)
+const utf8proc_uint8_t* bytesOf(std::string_view text)
 {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-std::size_t sizeFrom(unsigned char lead)
-{
-    if (lead < 0x80)
-        return 1;
-    if (lead >= 0xC2 && lead < 0xE0)
-        return 2;
-    if (lead >= 0xE0 && lead < 0xF0)
-        return 3;
-    return lead >= 0xF0 && lead < 0xF5 ? 4 : 0;
-}
-
-bool isCode(char32_t code, std::size_t size)
-{
-    constexpr std::array<char32_t, 5> smallest{0, 0, 0x80, 0x800, 0x10000};
-    return code >= smallest[size] && code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+    return reinterpret_cast<const utf8proc_uint8_t*>(text.data());
 }
 
 /// The first character of a text that is not empty; `invalid` of one byte where there is none.
 Character firstOf(std::string_view text)
 {
-    const auto lead = static_cast<unsigned char>(text[0]);
-    const std::size_t size = sizeFrom(lead);
-    if (size == 1)
-        return {lead, 1};
-    if (size == 0 || text.size() < size)
-        return {invalid, 1};
-    char32_t code = lead & (0xFFU >> (size + 1));
-    for (const char byte : text.substr(1, size - 1)) {
-        if (!isContinuation(byte))
-            return {invalid, 1};
-        code = (code << 6U) | (static_cast<unsigned char>(byte) & 0x3FU);
-    }
-    return isCode(code, size) ? Character{code, size} : Character{invalid, 1};
+    utf8proc_int32_t code = 0;
+    const auto size = utf8proc_iterate(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()), &code);
+    return size > 0 ? Character{static_cast<char32_t>(code), static_cast<std::size_t>(size)} : Character{invalid, 1};
 }
 
 template <typename Visit>
@@ -83,44 +60,49 @@ void forEachCharacter(std::string_view text, Visit visit)
     }
 }
 
+utf8proc_category_t categoryOf(char32_t code)
+{
+    return utf8proc_category(static_cast<utf8proc_int32_t>(code));
+}
+
 bool isBlank(char32_t code)
 {
-    return code <= ' ' || code == 0xA0 || (code >= 0x2000 && code <= 0x200D) || code == 0x202F || code == 0x205F ||
-           code == 0x2060 || code == 0x3000 || code == 0xFEFF;
+    const auto category = categoryOf(code);
+    return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL || category == UTF8PROC_CATEGORY_ZP ||
+           category == UTF8PROC_CATEGORY_CC;
 }
 
-/// Small letters of the alphabets that machines are labelled in: Latin, Greek, Cyrillic.
-char32_t lowered(char32_t code)
+/// The text with letters composed, and what else utf8proc's options say; nothing for text that is not UTF-8.
+std::optional<std::string> composed(std::string_view text, int options = 0)
 {
-    const auto within = [code](char32_t first, char32_t last) { return code >= first && code <= last; };
-    if (within('A', 'Z') || (within(0xC0, 0xDE) && code != 0xD7) || within(0x391, 0x3AB) || within(0x410, 0x42F))
-        return code + 0x20;
-    if (within(0x400, 0x40F))
-        return code + 0x50;
-    const bool capitalIsOdd = within(0x139, 0x148) || within(0x179, 0x17E);
-    if (within(0x100, 0x17E) && code != 0x130 && code != 0x138 && code != 0x149 && code != 0x178)
-        return code % 2 == (capitalIsOdd ? 1U : 0U) ? code + 1 : code;
-    return code;
+    struct Free
+    {
+        void operator()(utf8proc_uint8_t* bytes) const { std::free(bytes); }
+    };
+    utf8proc_uint8_t* bytes = nullptr;
+    const auto all = static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | options);
+    const auto size = utf8proc_map(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()), &bytes, all);
+    const std::unique_ptr<utf8proc_uint8_t, Free> owner(bytes);
+    if (size < 0)
+        return std::nullopt;
+    return std::string(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size));
 }
 
-void appendUtf8(std::string& text, char32_t code)
+bool isPlain(std::string_view text)
 {
-    const auto tail = [&](unsigned shift) { text += static_cast<char>(0x80U | ((code >> shift) & 0x3FU)); };
-    if (code < 0x80) {
-        text += static_cast<char>(code);
-    } else if (code < 0x800) {
-        text += static_cast<char>(0xC0U | (code >> 6U));
-        tail(0);
-    } else if (code < 0x10000) {
-        text += static_cast<char>(0xE0U | (code >> 12U));
-        tail(6);
-        tail(0);
-    } else {
-        text += static_cast<char>(0xF0U | (code >> 18U));
-        tail(12);
-        tail(6);
-        tail(0);
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+/// What folding does to ASCII, which most names are; other bytes stay.
+std::string foldedPlain(std::string_view text)
+{
+    std::string result;
+    result.reserve(text.size());
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) > ' ')
+            result += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 0x20) : c;
     }
+    return result;
 }
 
 /// Letters to change, leave out, add or exchange with their neighbour to get from one word to the other.
@@ -150,11 +132,12 @@ bool isBeginning(std::string_view a, std::string_view b)
     return common >= shortest && a.substr(0, common) == b.substr(0, common);
 }
 
+/// Among them those that would change the direction of the text around them.
 bool isControl(char32_t code)
 {
-    // Among them those that would change the direction of the text around them.
-    return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x200B && code <= 0x200F) ||
-           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2060 && code <= 0x2069) || code == 0xFEFF;
+    const auto category = categoryOf(code);
+    return category == UTF8PROC_CATEGORY_CC || category == UTF8PROC_CATEGORY_CF || category == UTF8PROC_CATEGORY_ZL ||
+           category == UTF8PROC_CATEGORY_ZP;
 }
 
 std::string escaped(char32_t code, std::string_view bytes)
@@ -170,17 +153,6 @@ std::string escaped(char32_t code, std::string_view bytes)
     else
         static_cast<void>(std::snprintf(text.data(), text.size(), "\\u%04X", static_cast<unsigned>(code)));
     return text.data();
-}
-
-std::size_t widthOf(char32_t code)
-{
-    const auto within = [code](char32_t first, char32_t last) { return code >= first && code <= last; };
-    if (within(0x300, 0x36F) || within(0x200B, 0x200F) || within(0xFE00, 0xFE0F))
-        return 0;
-    const bool wide = within(0x1100, 0x115F) || within(0x2E80, 0xA4CF) || within(0xAC00, 0xD7A3) ||
-                      within(0xF900, 0xFAFF) || within(0xFE30, 0xFE6F) || within(0xFF00, 0xFF60) ||
-                      within(0xFFE0, 0xFFE6) || within(0x1F300, 0x1FAFF) || within(0x20000, 0x3FFFD);
-    return wide ? 2 : 1;
 }
 
 } // namespace
@@ -211,20 +183,21 @@ std::optional<std::string_view> nearest(std::string_view word, const std::vector
 
 std::string folded(std::string_view utf8)
 {
+    const auto alike = isPlain(utf8) ? std::nullopt : composed(utf8, UTF8PROC_CASEFOLD | UTF8PROC_IGNORE);
+    if (!alike)
+        return foldedPlain(utf8);
     std::string result;
-    result.reserve(utf8.size());
-    while (!utf8.empty() && static_cast<unsigned char>(utf8[0]) < 0x80) { // most names are nothing else
-        if (utf8[0] > ' ')
-            result += utf8[0] >= 'A' && utf8[0] <= 'Z' ? static_cast<char>(utf8[0] + 0x20) : utf8[0];
-        utf8.remove_prefix(1);
-    }
-    forEachCharacter(utf8, [&](char32_t code, std::string_view bytes) {
-        if (code == invalid)
+    forEachCharacter(*alike, [&](char32_t code, std::string_view bytes) {
+        if (!isBlank(code))
             result += bytes;
-        else if (!isBlank(code))
-            appendUtf8(result, lowered(code));
     });
     return result;
+}
+
+bool isSameComposed(std::string_view a, std::string_view b)
+{
+    const auto first = composed(a);
+    return first && first == composed(b);
 }
 
 bool isUtf8(std::string_view bytes)
@@ -265,7 +238,9 @@ std::string repaired(std::string_view bytes)
 std::size_t widthOf(std::string_view utf8)
 {
     std::size_t width = 0;
-    forEachCharacter(utf8, [&](char32_t code, std::string_view) { width += widthOf(code); });
+    forEachCharacter(utf8, [&](char32_t code, std::string_view) {
+        width += code == invalid ? 1U : static_cast<unsigned>(utf8proc_charwidth(static_cast<utf8proc_int32_t>(code)));
+    });
     return width;
 }
 

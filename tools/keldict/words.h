@@ -14,8 +14,11 @@ std::string counted(std::size_t count, const std::string& what);
 /// The candidate that `word` was probably meant to be: the same but for letter case, or a few letters off.
 std::optional<std::string_view> nearest(std::string_view word, const std::vector<std::string_view>& candidates);
 
-/// The word without what is easily overlooked: letter case, and blanks of any kind.
+/// The word without what is easily overlooked: letter case, blanks of any kind, and whether letters are composed.
 std::string folded(std::string_view utf8);
+
+/// Whether the texts are one when their letters are composed, so that they look the same.
+bool isSameComposed(std::string_view a, std::string_view b);
 
 /// Whether the bytes are well-formed UTF-8.
 bool isUtf8(std::string_view bytes);

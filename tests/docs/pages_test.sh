@@ -2,7 +2,7 @@
 # Checks README.md, CHANGELOG.md and docs/*.md: pages_test.sh ROOT
 #
 # Every relative link leads to a file and, behind "#", to a heading. A code block below "<!-- file: PATH -->" is the
-# text of that file.
+# text of that file. A text of a picture that has columns keeps them: browsers do not inherit xml:space.
 set -euo pipefail
 cd "$1"
 failed=0
@@ -60,6 +60,9 @@ for page in README.md CHANGELOG.md docs/*.md; do
         grep -nxF -e "<!-- file: $path -->" "$page" | sed "s|:.*|:$path|"
     done)
 done
+
+! grep -nE '<text[^>]*>[^<]*  ' docs/images/*.svg | grep -v 'xml:space="preserve"' >&2 ||
+    fail "These texts lose their columns in a browser"
 
 printf '%d links and %d blocks checked\n' "$links" "$blocks"
 [[ $links -gt 0 && $blocks -gt 0 && $failed -eq 0 ]]

@@ -11,11 +11,12 @@ int main()
     const CkelVariant mistyped = "215,5";
 
     bool ok = false;
-    std::cout << temperature.toInt(&ok) << ' ' << ok << '\n';       // rounded: halves away from zero
-    std::cout << typed.toDouble(&ok) << ' ' << ok << '\n';          // blanks around a number are allowed
-    std::cout << mistyped.toDouble(&ok) << ' ' << ok << '\n';       // 0, and not ok
-    std::cout << CkelVariant(-1).toUInt() << '\n';                  // between integers the bits are kept
-    std::cout << CkelVariant(1e30).toInt(&ok) << ' ' << ok << '\n'; // out of range: the nearest limit, and not ok
+    std::cout << temperature.toInt(&ok) << ' ' << ok << '\n';           // rounded: halves away from zero
+    std::cout << typed.toDouble(&ok) << ' ' << ok << '\n';              // blanks around a number are allowed
+    std::cout << mistyped.toDouble(&ok) << ' ' << ok << '\n';           // 0, and not ok
+    std::cout << CkelVariant("nan").toDouble(&ok) << ' ' << ok << '\n'; // a number, and ok
+    std::cout << CkelVariant(-1).toUInt() << '\n';                      // between integers the bits are kept
+    std::cout << CkelVariant(1e30).toInt(&ok) << ' ' << ok << '\n';     // out of range: the nearest limit, and not ok
 
     std::cout << CkelVariant(3).cmp(3.0) << ' ' << CkelVariant(3).cmp("3") << '\n'; // a text never equals a number
     std::cout << mistyped.canConvert(CkelVariant::Double) << ' ' << CkelVariant().isNull() << '\n';

@@ -19,8 +19,11 @@ namespace Ombrin {
 /// whose event loop has to turn for changes to be saved. Handlers of the data sensor may call the storage. Destroy it
 /// when no other thread is inside.
 ///
-/// Two operations of the memory storage are out of reach behind the interface: channels by name are an empty list, and
-/// loadLocalDB loads nothing and returns false. readConfigFile does the loading.
+/// Four operations of the memory storage cannot be called through this storage:
+/// - commSourceList by names returns an empty list;
+/// - loadLocalDB loads nothing and returns false; readConfigFile does the loading;
+/// - toStoreValue returns the value unchanged;
+/// - mutex() returns null: the lock belongs to the storage inside.
 class KEL_EXPORT CkelSafeMemoryStorage : public CkelAbstractDataStorage
 {
 public:

@@ -12,7 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The library ends the process over a JSON file that it cannot open, and reads nothing from other names.
+/// Without its dictionary the library goes on: it reports a JSON file that it cannot open, ignores other names, and
+/// makes an empty table of saved values, which then takes no value in any later run.
 std::string checkDictionary(const fs::path& file)
 {
     const std::string name = file.string();

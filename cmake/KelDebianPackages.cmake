@@ -42,7 +42,8 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/d
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel${multiarch})
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime} (= ${version}), rapidjson-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime} (= ${version})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS rapidjson-dev) # datastorage/kelparsedbjson.h includes it
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} - development files
 ${what}
 

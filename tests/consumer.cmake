@@ -29,9 +29,11 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 
 kel_add_consumer_test(package package ${prefix})
+kel_add_consumer_test(json json ${prefix} ${KEL_RAPIDJSON_INCLUDE_DIR})
 kel_add_consumer_test(pkg-config pkg-config ${prefix})
 kel_add_consumer_test(headers headers ${prefix})
-set_tests_properties(consumer.package consumer.pkg-config consumer.headers PROPERTIES FIXTURES_REQUIRED installed)
+set_tests_properties(consumer.package consumer.json consumer.pkg-config consumer.headers
+  PROPERTIES FIXTURES_REQUIRED installed)
 
 kel_add_consumer_test(add_subdirectory embedded add_subdirectory ${PROJECT_SOURCE_DIR})
 kel_add_consumer_test(FetchContent embedded FetchContent ${PROJECT_SOURCE_DIR})

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # test.sh install BUILD PREFIX        installs a build, and moves what it installed to PREFIX
-# test.sh package PREFIX [CMAKE...]   builds and runs a stranger's project by the installed CMake package
-# test.sh pkg-config PREFIX           the same by pkg-config
+# test.sh package PREFIX [CMAKE...]   builds and runs a stranger's project by the installed CMake package, where there
+#                                     is no RapidJSON
+# test.sh json PREFIX RAPIDJSON       the same with a program that needs RapidJSON, whose headers are in that folder
+# test.sh pkg-config PREFIX           the same by pkg-config, where there is no RapidJSON
 # test.sh headers PREFIX              compiles every installed header on its own
 # test.sh embedded WAY SOURCES        builds and runs a stranger's project that takes the sources in, by
 #                                     add_subdirectory or FetchContent
@@ -49,6 +51,13 @@ pkg_config()
     PKG_CONFIG_PATH=$(dirname -- "$(find "$prefix" -name kel_datastorage.pc)") pkg-config "$@" kel_datastorage
 }
 
+# A compiler with this folder in front sees no RapidJSON, wherever that is installed.
+refuse_rapidjson()
+{
+    mkdir -p -- "$folder/refused/rapidjson"
+    echo '#error "this program is built without RapidJSON"' >"$folder/refused/rapidjson/fwd.h"
+}
+
 by_package()
 {
     local prefix=$1 config
@@ -57,11 +66,33 @@ by_package()
     build_and_run -Dkel_datastorage_DIR="$config" -DCMAKE_DISABLE_FIND_PACKAGE_SQLite3=ON "${@:2}"
 }
 
+by_package_alone()
+{
+    refuse_rapidjson
+    # find_path() looks for headers below an empty folder only.
+    by_package "$1" -DCMAKE_CXX_FLAGS="-I$folder/refused" \
+        -DCMAKE_FIND_ROOT_PATH="$folder/refused" -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY "${@:2}"
+}
+
+# The package adds the folder of RapidJSON, which is none of the compiler's own.
+by_package_with_json()
+{
+    local prefix=$1 rapidjson=$2
+    mkdir -p -- "$folder/found/include"
+    cp -r -- "$rapidjson/rapidjson" "$folder/found/include" # a compiler may name what a link leads to
+    by_package "$prefix" -DKEL_READ_JSON=ON -DCMAKE_PREFIX_PATH="$folder/found"
+    quietly ninja -C "$folder/build" -t deps CMakeFiles/json_reader.dir/json_reader.cpp.o
+    grep -F "$folder/found/include/rapidjson/fwd.h" "$folder/log" >/dev/null ||
+        fail "The program is not compiled with the RapidJSON that the package finds"
+}
+
 by_pkg_config()
 {
     local prefix=$1 program libraries flags
+    refuse_rapidjson
     libraries=$(pkg_config --variable=libdir)
-    read -ra flags <<<"$(pkg_config --cflags --libs)"
+    ! pkg_config --print-requires-private | grep . || fail "Building takes another package"
+    read -ra flags <<<"-I$folder/refused $(pkg_config --cflags --libs)"
     for program in consumer kernel_only database_only; do
         "$CXX" -std=c++17 "$here/$program.cpp" -o "$folder/$program" "${flags[@]}" -Wl,-rpath,"$libraries"
         (cd "$folder" && "./$program")
@@ -101,9 +132,10 @@ embedded()
 
 case ${1-} in
     install) install_and_move "${@:2}" ;;
-    package) by_package "${@:2}" ;;
+    package) by_package_alone "${@:2}" ;;
+    json) by_package_with_json "${@:2}" ;;
     pkg-config) by_pkg_config "${@:2}" ;;
     headers) every_header "${@:2}" ;;
     embedded) embedded "${@:2}" ;;
-    *) fail "install, package, pkg-config, headers or embedded?" ;;
+    *) fail "install, package, json, pkg-config, headers or embedded?" ;;
 esac

@@ -13,6 +13,7 @@ class CkelSqliteDB;
 ///
 /// The texts keep their blanks: they are compared as they are. Every text is empty while the database is closed or no
 /// table is selected.
+/// @ingroup database
 class KEL_EXPORT CkelSqliteDBOperator
 {
 public:

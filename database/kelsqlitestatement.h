@@ -13,6 +13,7 @@ namespace Ombrin {
 ///
 /// Parameters are bound by position, from 1; texts are copied. Every operation reports success; a statement that could
 /// not be prepared does nothing and reports false.
+/// @ingroup database
 class KEL_EXPORT CkelSqliteStatement
 {
 public:
@@ -48,6 +49,7 @@ private:
 };
 
 /// A write transaction, from "BEGIN IMMEDIATE" to "COMMIT"; rolled back by its destructor unless it was committed.
+/// @ingroup database
 class KEL_EXPORT CkelSqliteTransaction
 {
 public:

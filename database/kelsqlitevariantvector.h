@@ -12,6 +12,7 @@ struct sqlite3_stmt;
 namespace Ombrin {
 
 /// The columns of one row, by position from 0.
+/// @ingroup database
 class KEL_EXPORT CkelSqliteVariantVector
 {
 public:

@@ -25,6 +25,7 @@ namespace Ombrin {
 /// overrides what it supports.
 ///
 /// **Threads** are the matter of each storage: see its class.
+/// @ingroup datastorage
 class KEL_EXPORT CkelAbstractDataStorage : public CkelObject
 {
 public:

@@ -13,6 +13,7 @@ namespace Ombrin {
 ///
 /// It holds no items, posts no events, touches no file and inspects no argument. Every operation is safe from any
 /// thread. The lock that mutex() offers is for its callers; the storage never takes it.
+/// @ingroup datastorage
 class KEL_EXPORT CkelFileDataStorage : public CkelAbstractDataStorage
 {
 public:

@@ -20,6 +20,7 @@ class CkelMeoryDBWorkThread;
 class CkelTimer;
 
 /// Changes that wait to be written.
+/// @ingroup datastorage_parts
 struct tagDBBlock
 {
     /// What is to be done with the records.
@@ -48,6 +49,7 @@ struct tagDBBlock
 /// **Threads.** Every operation is safe from any thread, but one thread at a time may load and use the list. One
 /// operation works on the file at a time; it waits up to five seconds for a file that another program holds locked.
 /// hasMemoryDBTable() and the queue never wait for the file.
+/// @ingroup datastorage_parts
 class KEL_EXPORT CkelMemoryDB : public CkelObject
 {
 public:

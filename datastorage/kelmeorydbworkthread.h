@@ -6,6 +6,7 @@
 namespace Ombrin {
 
 /// The thread on which a CkelMemoryDB writes: it does nothing but turn its event loop.
+/// @ingroup datastorage_parts
 class KEL_EXPORT CkelMeoryDBWorkThread : public CkelThread
 {
 public:

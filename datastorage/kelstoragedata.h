@@ -9,6 +9,7 @@
 namespace Ombrin {
 
 /// Change marks, held in tagStorageData::Dirty.
+/// @ingroup datastorage
 enum DirtyMark : std::uint8_t
 {
     DirtyClean = 0,    ///< agrees with the local database, as far as the storage has handed changes over
@@ -19,6 +20,7 @@ enum DirtyMark : std::uint8_t
 
 /// Value-type codes, held in tagStorageData::ValueT. The library knows a code only by the form in which values of that
 /// type are stored; the names say that form.
+/// @ingroup datastorage
 enum ValueTypeCode : std::uint8_t
 {
     ValueTypeInteger1 = 1,    ///< signed 64-bit integer
@@ -43,6 +45,7 @@ enum ValueTypeCode : std::uint8_t
 ///
 /// A plain record with value semantics. It declares no initialisers: write `tagStorageData record{};` to start from
 /// zeros and null variants. The order of the members is part of the binary interface.
+/// @ingroup datastorage
 struct tagStorageData
 {
     std::uint32_t ID;        ///< unique in a storage; 0 means no item

@@ -8,6 +8,7 @@ namespace Ombrin {
 class CkelObject;
 
 /// Something that happened, on its way to the `event()` of an object.
+/// @ingroup kernel
 class KEL_EXPORT CkelEvent
 {
 public:
@@ -38,6 +39,7 @@ private:
 };
 
 /// A time-out of one of the receiver's timers.
+/// @ingroup kernel
 class KEL_EXPORT CkelTimerEvent : public CkelEvent
 {
 public:
@@ -53,6 +55,7 @@ private:
 };
 
 /// A child came to the receiver or left it.
+/// @ingroup kernel
 class KEL_EXPORT CkelChildEvent : public CkelEvent
 {
 public:
@@ -71,6 +74,7 @@ private:
 };
 
 /// Base of the events that an application defines.
+/// @ingroup kernel
 class KEL_EXPORT CkelCustomEvent : public CkelEvent
 {
 public:
@@ -80,6 +84,7 @@ public:
 };
 
 /// A changed value on its way through the data sensor.
+/// @ingroup kernel
 class KEL_EXPORT CkelDataSensorEvent : public CkelEvent
 {
 public:
@@ -120,6 +125,7 @@ private:
 };
 
 /// A changed value of any type.
+/// @ingroup kernel
 class KEL_EXPORT CkelAnyDataSensorEvent : public CkelDataSensorEvent
 {
 public:

@@ -6,6 +6,7 @@
 namespace Ombrin {
 
 /// Something that bytes are read from and written to. Not synchronised.
+/// @ingroup kernel
 class KEL_EXPORT CkelDevice : public CkelObject
 {
 public:
@@ -48,6 +49,7 @@ private:
 };
 
 /// A file. Closed by its destructor. Not synchronised.
+/// @ingroup kernel
 class KEL_EXPORT CkelFile : public CkelDevice
 {
 public:

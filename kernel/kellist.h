@@ -10,6 +10,7 @@ namespace Ombrin {
 /// A growing list of values with forgiving access by position.
 ///
 /// Not synchronised. References stay valid until the list is changed.
+/// @ingroup kernel
 template <typename T>
 class CkelList
 {

@@ -13,6 +13,7 @@ class CkelObject;
 ///
 /// Every object has "name" (read and write) and "className" (read only); a class offers more by overriding
 /// CkelObject::kel_metacall.
+/// @ingroup kernel
 class KEL_EXPORT CkelMetaProperty
 {
 public:

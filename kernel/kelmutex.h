@@ -9,6 +9,7 @@ namespace Ombrin {
 /// A non-recursive lock. Locking it twice on one thread is a programming error and blocks for ever.
 ///
 /// Works with `std::lock_guard` and `std::unique_lock`; CkelMutexLocker is the one that clang's lock analysis follows.
+/// @ingroup kernel
 class KEL_CAPABILITY("mutex") CkelMutex
 {
 public:
@@ -30,6 +31,7 @@ private:
 };
 
 /// A lock that the thread holding it may take again; it is free after as many unlocks.
+/// @ingroup kernel
 class KEL_CAPABILITY("mutex") CkelRecursiveMutex
 {
 public:
@@ -51,6 +53,7 @@ private:
 };
 
 /// Holds a CkelMutex from construction to destruction.
+/// @ingroup kernel
 class KEL_SCOPED_CAPABILITY CkelMutexLocker
 {
 public:

@@ -8,6 +8,7 @@
 namespace Ombrin {
 
 /// A sequence of bytes. The data is always followed by a NUL that does not count. Not synchronised.
+/// @ingroup kernel
 class KEL_EXPORT CkelByteArray
 {
 public:
@@ -37,6 +38,7 @@ private:
 ///
 /// Bytes are taken as they come: nothing validates or changes them on the way in or out, so a file name in any
 /// encoding survives. Not synchronised.
+/// @ingroup kernel
 class KEL_EXPORT CkelString
 {
 public:

@@ -23,6 +23,7 @@ namespace Ombrin {
 ///   false;
 /// - number to text gives the shortest text that reads back to the same number; bool gives "true" and "false", and
 ///   these two texts read as a bool.
+/// @ingroup kernel
 class KEL_EXPORT CkelVariant
 {
 public:

@@ -68,7 +68,8 @@ public:
 
     // The virtual operations, in an order that other libraries are built against: never reorder, never insert.
 
-    // Lookups
+    /// @name Lookups
+    /// @{
 
     /// The item's name; empty when there is no such item.
     virtual std::string nameID(unsigned int id) const;
@@ -82,7 +83,10 @@ public:
     /// all else, it is `value` itself.
     virtual CkelVariant toStoreValue(unsigned int valueType, const CkelVariant& value) const;
 
-    // Lists
+    /// @}
+
+    /// @name Lists of lookups
+    /// @{
 
     /// The items' names, one for each element of `ids` in its order; an empty text for a miss.
     virtual std::vector<std::string> nameIDList(const std::vector<unsigned int>& ids) const;
@@ -93,7 +97,10 @@ public:
     /// The same by names. No storage answers it through this interface: the list is empty.
     virtual std::vector<unsigned int> commSourceList(const std::vector<std::string>& names) const;
 
-    // Insertion and deletion
+    /// @}
+
+    /// @name Insertion and deletion
+    /// @{
 
     /// Adds the item, as it is: nothing is converted to its value type, and no event is posted. A record with ID 0 is
     /// ignored; an ID that is there already is left as it is, and so is a name, which then leads to the older item.
@@ -116,7 +123,10 @@ public:
     /// of those of queryValueListByField.
     virtual void deleteDataListByField(std::string field, FieldType type, const CkelVariant& value, Operator op);
 
-    // Queries
+    /// @}
+
+    /// @name Queries
+    /// @{
 
     /// The item's value; a null variant when there is no such item.
     virtual CkelVariant queryValue(unsigned int id) const;
@@ -147,7 +157,10 @@ public:
     virtual std::vector<CkelVariant> queryFieldList(const std::vector<std::string>& names, const std::string& field,
                                                     FieldType type) const;
 
-    // Selections by ID
+    /// @}
+
+    /// @name Selections by ID
+    /// @{
 
     /// The values of the items whose ID compares so with `id` (the item's ID is the left operand), in no particular
     /// order, here and below. With Equal, one result for `id` itself, whether there is such an item or not.
@@ -165,7 +178,10 @@ public:
     virtual std::vector<CkelVariant> queryFieldListBetween(unsigned int from, unsigned int to, const std::string& field,
                                                            FieldType type) const;
 
-    // Updates
+    /// @}
+
+    /// @name Updates
+    /// @{
 
     /// Converts `value` to the item's value type and stores it. A value that differs is announced through the data
     /// sensor (CkelAnyDataSensorEvent) and marked to be saved; one that does not differ costs no more than the
@@ -188,7 +204,10 @@ public:
     /// null value makes the item's value null. Nothing happens when there is no such item.
     virtual void updateData(const tagStorageData& record, bool merge);
 
-    // Lists
+    /// @}
+
+    /// @name Lists of updates
+    /// @{
 
     /// updateValue for each pair; nothing happens unless both lists have the same length.
     virtual void updateValueList(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values,
@@ -205,7 +224,10 @@ public:
     /// updateData for each record.
     virtual void updateDataList(const std::vector<tagStorageData>& records, bool merge);
 
-    // Selections by field.
+    /// @}
+
+    /// @name Selections by field
+    /// @{
 
     /// The values of the items whose field compares so with `value` (the item's field is the left operand), in no
     /// particular order. `field` is "Block" or "Dirty"; others select nothing.
@@ -215,7 +237,10 @@ public:
     virtual std::vector<tagStorageData> queryDataListByField(const std::string& field, FieldType type,
                                                              const CkelVariant& value, Operator op) const;
 
-    // The whole storage
+    /// @}
+
+    /// @name The whole storage
+    /// @{
 
     /// Makes every value the item's default, and marks every item to be saved. Posts no events.
     virtual void reset();
@@ -231,6 +256,8 @@ public:
     virtual bool hasLocalDB() const;
     /// The lock that threads sharing this storage hold around its operations; null when it has none to offer.
     virtual CkelMutex* mutex();
+
+    /// @}
 
 private:
     static std::vector<unsigned int> m_moldSetIDList;

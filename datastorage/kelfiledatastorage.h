@@ -21,12 +21,27 @@ public:
     explicit CkelFileDataStorage(CkelObject* parent = nullptr);
     ~CkelFileDataStorage() override;
 
+    /// @name Lookups
+    /// @{
+
     std::string nameID(unsigned int id) const override;
     unsigned int ID(const std::string& nameID) const override;
     unsigned int commSource(unsigned int id) const override;
     unsigned int commSource(const std::string& nameID) const override;
+
+    /// @}
+
+    /// @name Lists of lookups
+    /// @{
+
     std::vector<std::string> nameIDList(const std::vector<unsigned int>& ids) const override;
     std::vector<unsigned int> IDList(const std::vector<std::string>& names) const override;
+
+    /// @}
+
+    /// @name Insertion and deletion
+    /// @{
+
     void insertData(const tagStorageData& record) override;
     void insertDataList(const std::vector<tagStorageData>& records) override;
     void deleteData(unsigned int id) override;
@@ -36,6 +51,12 @@ public:
     void deleteDataList(unsigned int id, Operator op) override;
     void deleteDataListBetween(unsigned int from, unsigned int to) override;
     void deleteDataListByField(std::string field, FieldType type, const CkelVariant& value, Operator op) override;
+
+    /// @}
+
+    /// @name Queries
+    /// @{
+
     CkelVariant queryValue(unsigned int id) const override;
     CkelVariant queryValue(const std::string& nameID) const override;
     std::vector<CkelVariant> queryValueList(const std::vector<unsigned int>& ids) const override;
@@ -50,6 +71,12 @@ public:
                                             FieldType type) const override;
     std::vector<CkelVariant> queryFieldList(const std::vector<std::string>& names, const std::string& field,
                                             FieldType type) const override;
+
+    /// @}
+
+    /// @name Selections by ID
+    /// @{
+
     std::vector<CkelVariant> queryValueList(unsigned int id, Operator op) const override;
     std::vector<tagStorageData> queryDataList(unsigned int id, Operator op) const override;
     std::vector<CkelVariant> queryValueListBetween(unsigned int from, unsigned int to) const override;
@@ -58,31 +85,57 @@ public:
                                             Operator op) const override;
     std::vector<CkelVariant> queryFieldListBetween(unsigned int from, unsigned int to, const std::string& field,
                                                    FieldType type) const override;
+
+    /// @}
+
+    /// @name Selections by field
+    /// @{
+
     std::vector<CkelVariant> queryValueListByField(const std::string& field, FieldType type, const CkelVariant& value,
                                                    Operator op) const override;
     std::vector<tagStorageData> queryDataListByField(const std::string& field, FieldType type, const CkelVariant& value,
                                                      Operator op) const override;
+
+    /// @}
+
+    /// @name The whole storage
+    /// @{
+
     void reset() override;
     void readConfigFile(const std::string& path, bool useLocalDB) override;
     CkelMutex* mutex() override;
 
+    /// @}
+
+    /// @name Operations that the interface does not have
+    /// Each resembles one of the interface: one "m" in the name, no merge flag in the updates.
     /// @{
 
-    /// An operation of this class, beside the one of the interface that it resembles (one "m" in the name, no merge
-    /// flag in the updates). It does as little: lists are empty, values null.
+    /// Returns an empty list.
     virtual std::vector<unsigned int> comSourceList(std::vector<unsigned int>& ids) const;
+    /// Returns an empty list.
     virtual std::vector<unsigned int> comSourceList(std::vector<std::string>& names) const;
+    /// Returns a null variant.
     virtual CkelVariant updateValue(unsigned int id, const CkelVariant& value);
+    /// Returns a null variant.
     virtual CkelVariant updateValue(const std::string& nameID, const CkelVariant& value);
+    /// Does nothing.
     virtual void updateField(unsigned int id, const std::string& field, const CkelVariant& value);
+    /// Does nothing.
     virtual void updateField(const std::string& nameID, const std::string& field, const CkelVariant& value);
+    /// Does nothing.
     virtual void updateData(const tagStorageData& record);
+    /// Does nothing.
     virtual void updateValueList(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values);
+    /// Does nothing.
     virtual void updateFieldList(const std::vector<unsigned int>& ids, const std::string& field,
                                  const std::vector<CkelVariant>& values);
+    /// Does nothing.
     virtual void updateValueList(const std::vector<std::string>& names, const std::vector<CkelVariant>& values);
+    /// Does nothing.
     virtual void updateFieldList(const std::vector<std::string>& names, const std::string& field,
                                  const std::vector<CkelVariant>& values);
+    /// Does nothing.
     virtual void updateDataList(const std::vector<tagStorageData>& records);
 
     /// @}

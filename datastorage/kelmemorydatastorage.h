@@ -35,6 +35,9 @@ public:
     /// Changes that have not reached the file are lost: they take one to two seconds, longer when blocks wait.
     ~CkelMemoryDataStorage() override;
 
+    /// @name Saving
+    /// @{
+
     /// Hands changes over to be saved, when there is a local table. Every timer event of the object does so, whatever
     /// its ID.
     void timerEvent(CkelTimerEvent* event) override;
@@ -42,6 +45,11 @@ public:
     /// Queues modified, inserted and deleted items, in this order, as up to three blocks, clears their marks and
     /// removes deleted items for good. Holds mutex() all the while.
     void syncToMemoryDB();
+
+    /// @}
+
+    /// @name Lookups
+    /// @{
 
     std::string nameID(unsigned int id) const override;
 
@@ -54,12 +62,22 @@ public:
     /// converted. Neither bound is applied.
     CkelVariant toStoreValue(unsigned int valueType, const CkelVariant& value) const override;
 
+    /// @}
+
+    /// @name Lists of lookups
+    /// @{
+
     std::vector<std::string> nameIDList(const std::vector<unsigned int>& ids) const override;
     std::vector<unsigned int> IDList(const std::vector<std::string>& names) const override;
     std::vector<unsigned int> commSourceList(const std::vector<unsigned int>& ids) const override;
 
-    /// An ID that is present is reported on standard output and left as it is; one that was deleted since the last
-    /// collection comes back with its old contents.
+    /// @}
+
+    /// @name Insertion and deletion
+    /// An insertion reports an ID that is present on standard output and leaves it as it is. An ID that was deleted
+    /// since the last collection comes back with its old contents.
+    /// @{
+
     void insertData(const tagStorageData& record) override;
     void insertDataList(const std::vector<tagStorageData>& records) override;
     void deleteData(unsigned int id) override;
@@ -69,6 +87,11 @@ public:
     void deleteDataList(unsigned int id, Operator op) override;
     void deleteDataListBetween(unsigned int from, unsigned int to) override;
     void deleteDataListByField(std::string field, FieldType type, const CkelVariant& value, Operator op) override;
+
+    /// @}
+
+    /// @name Queries
+    /// @{
 
     CkelVariant queryValue(unsigned int id) const override;
     CkelVariant queryValue(const std::string& nameID) const override;
@@ -85,7 +108,11 @@ public:
     std::vector<CkelVariant> queryFieldList(const std::vector<std::string>& names, const std::string& field,
                                             FieldType type) const override;
 
-    /// With Equal, the result is for `id` itself, whether there is such an item or not.
+    /// @}
+
+    /// @name Selections by ID
+    /// @{
+
     std::vector<CkelVariant> queryValueList(unsigned int id, Operator op) const override;
     std::vector<tagStorageData> queryDataList(unsigned int id, Operator op) const override;
     std::vector<CkelVariant> queryValueListBetween(unsigned int from, unsigned int to) const override;
@@ -95,14 +122,23 @@ public:
     std::vector<CkelVariant> queryFieldListBetween(unsigned int from, unsigned int to, const std::string& field,
                                                    FieldType type) const override;
 
-    /// `field` is "Block" or "Dirty"; any other name is reported on standard output and selects nothing. A selection by
-    /// mark sees deleted items too, whose values and records are empty.
+    /// @}
+
+    /// @name Selections by field
+    /// Another field than "Block" and "Dirty" is reported on standard output and selects nothing. A selection by mark
+    /// sees deleted items too, whose values and records are empty.
+    /// @{
+
     std::vector<CkelVariant> queryValueListByField(const std::string& field, FieldType type, const CkelVariant& value,
                                                    Operator op) const override;
     std::vector<tagStorageData> queryDataListByField(const std::string& field, FieldType type, const CkelVariant& value,
                                                      Operator op) const override;
 
-    // The selections themselves: IDs in no particular order. Each is one pass over all items.
+    /// @}
+
+    /// @name Selected IDs
+    /// In no particular order. Each selection is one pass over all items.
+    /// @{
 
     /// The items with first <= ID < last.
     std::vector<unsigned int> validID(unsigned int first, unsigned int last) const;
@@ -112,6 +148,11 @@ public:
     std::vector<unsigned int> validIDByBlock(unsigned int block, Operator op) const;
     /// The items, deleted ones included, whose change mark compares so with `mark`.
     std::vector<unsigned int> validIDByDirty(unsigned int mark, Operator op) const;
+
+    /// @}
+
+    /// @name Updates
+    /// @{
 
     CkelVariant updateValue(unsigned int id, const CkelVariant& value, bool merge) override;
     CkelVariant updateValue(const std::string& nameID, const CkelVariant& value, bool merge) override;
@@ -123,6 +164,12 @@ public:
     void updateField(const std::string& nameID, const std::string& field, const CkelVariant& value,
                      bool merge) override;
     void updateData(const tagStorageData& record, bool merge) override;
+
+    /// @}
+
+    /// @name Lists of updates
+    /// @{
+
     void updateValueList(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values,
                          bool merge) override;
     void updateFieldList(const std::vector<unsigned int>& ids, const std::string& field,
@@ -133,11 +180,18 @@ public:
                          const std::vector<CkelVariant>& values, bool merge) override;
     void updateDataList(const std::vector<tagStorageData>& records, bool merge) override;
 
-    /// Deleted items come back too.
+    /// @}
+
+    /// @name The whole storage
+    /// reset() also brings deleted items back.
+    /// @{
+
     void reset() override;
 
     /// The storage's lock; see the class comment. Never null. It is not recursive, and collecting changes takes it.
     CkelMutex* mutex() override;
+
+    /// @}
 
     /// Channels by name, on a non-const storage of this type. Through the interface, or on a const storage, the
     /// interface's own operation answers: an empty list.
@@ -145,8 +199,9 @@ public:
 
     using CkelAbstractDataStorage::commSourceList;
 
-    // The steps of readConfigFile. Each returns whether it found any record; where it did not, the indexes stay as
-    // they are.
+    /// @name Loading
+    /// readConfigFile() and its steps. A step that finds no record returns false and leaves the indexes as they are.
+    /// @{
 
     /// Reads a JSON dictionary, whatever the name's ending. False when there is no item in it or no file; a malformed
     /// one ends the process.
@@ -167,6 +222,8 @@ public:
     virtual bool loadLocalDB();
 
     using CkelAbstractDataStorage::loadLocalDB;
+
+    /// @}
 
 protected:
     /// Replaces the contents of both indexes by `records`, but those of ID 0. The first of equal IDs and the first of

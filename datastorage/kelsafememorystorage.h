@@ -33,13 +33,28 @@ public:
     explicit CkelSafeMemoryStorage(CkelObject* parent = nullptr);
     ~CkelSafeMemoryStorage() override;
 
+    /// @name Lookups
+    /// @{
+
     std::string nameID(unsigned int id) const override;
     unsigned int ID(const std::string& nameID) const override;
     unsigned int commSource(unsigned int id) const override;
     unsigned int commSource(const std::string& nameID) const override;
+
+    /// @}
+
+    /// @name Lists of lookups
+    /// @{
+
     std::vector<std::string> nameIDList(const std::vector<unsigned int>& ids) const override;
     std::vector<unsigned int> IDList(const std::vector<std::string>& names) const override;
     std::vector<unsigned int> commSourceList(const std::vector<unsigned int>& ids) const override;
+
+    /// @}
+
+    /// @name Insertion and deletion
+    /// @{
+
     void insertData(const tagStorageData& record) override;
     void insertDataList(const std::vector<tagStorageData>& records) override;
     void deleteData(unsigned int id) override;
@@ -49,6 +64,12 @@ public:
     void deleteDataList(unsigned int id, Operator op) override;
     void deleteDataListBetween(unsigned int from, unsigned int to) override;
     void deleteDataListByField(std::string field, FieldType type, const CkelVariant& value, Operator op) override;
+
+    /// @}
+
+    /// @name Queries
+    /// @{
+
     CkelVariant queryValue(unsigned int id) const override;
     CkelVariant queryValue(const std::string& nameID) const override;
     std::vector<CkelVariant> queryValueList(const std::vector<unsigned int>& ids) const override;
@@ -63,6 +84,12 @@ public:
                                             FieldType type) const override;
     std::vector<CkelVariant> queryFieldList(const std::vector<std::string>& names, const std::string& field,
                                             FieldType type) const override;
+
+    /// @}
+
+    /// @name Selections by ID
+    /// @{
+
     std::vector<CkelVariant> queryValueList(unsigned int id, Operator op) const override;
     std::vector<tagStorageData> queryDataList(unsigned int id, Operator op) const override;
     std::vector<CkelVariant> queryValueListBetween(unsigned int from, unsigned int to) const override;
@@ -71,12 +98,24 @@ public:
                                             Operator op) const override;
     std::vector<CkelVariant> queryFieldListBetween(unsigned int from, unsigned int to, const std::string& field,
                                                    FieldType type) const override;
+
+    /// @}
+
+    /// @name Updates
+    /// @{
+
     CkelVariant updateValue(unsigned int id, const CkelVariant& value, bool merge) override;
     CkelVariant updateValue(const std::string& nameID, const CkelVariant& value, bool merge) override;
     void updateField(unsigned int id, const std::string& field, const CkelVariant& value, bool merge) override;
     void updateField(const std::string& nameID, const std::string& field, const CkelVariant& value,
                      bool merge) override;
     void updateData(const tagStorageData& record, bool merge) override;
+
+    /// @}
+
+    /// @name Lists of updates
+    /// @{
+
     void updateValueList(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values,
                          bool merge) override;
     void updateFieldList(const std::vector<unsigned int>& ids, const std::string& field,
@@ -86,13 +125,27 @@ public:
     void updateFieldList(const std::vector<std::string>& names, const std::string& field,
                          const std::vector<CkelVariant>& values, bool merge) override;
     void updateDataList(const std::vector<tagStorageData>& records, bool merge) override;
+
+    /// @}
+
+    /// @name Selections by field
+    /// @{
+
     std::vector<CkelVariant> queryValueListByField(const std::string& field, FieldType type, const CkelVariant& value,
                                                    Operator op) const override;
     std::vector<tagStorageData> queryDataListByField(const std::string& field, FieldType type, const CkelVariant& value,
                                                      Operator op) const override;
+
+    /// @}
+
+    /// @name The whole storage
+    /// @{
+
     void reset() override;
     void readConfigFile(const std::string& path, bool useLocalDB) override;
     bool hasLocalDB() const override;
+
+    /// @}
 
     /// Always an empty list.
     virtual std::vector<unsigned int> commSourceList(const std::vector<std::string>& names);

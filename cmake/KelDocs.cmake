@@ -40,7 +40,6 @@ set(DOXYGEN_STRIP_FROM_PATH ${PROJECT_SOURCE_DIR})
 set(DOXYGEN_STRIP_FROM_INC_PATH ${PROJECT_SOURCE_DIR}) # what a caller writes behind #include
 set(DOXYGEN_FULL_PATH_NAMES YES)
 set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
-set(DOXYGEN_DISTRIBUTE_GROUP_DOC YES) # one comment for the overloads between @{ and @}
 set(DOXYGEN_EXTRACT_ALL NO)
 set(DOXYGEN_FILTER_PATTERNS "*.h=sed -f cmake/doxygen_public.sed")
 set(DOXYGEN_VERBATIM_HEADERS NO) # they show private members

@@ -30,14 +30,15 @@ public:
     /// SQLite's handle; null when nothing was prepared. The statement stays this object's.
     sqlite3_stmt* handle() const { return m_statement; }
 
+    /// @name Parameters
+    /// bind() gives the parameter at `position`, from 1, its value, which stays until it is bound anew. False when
+    /// there is no such parameter.
     /// @{
 
-    /// Gives the parameter at `position`, from 1, its value, which stays until it is bound anew. NaN becomes NULL.
-    /// False when there is no such parameter.
-    bool bind(int position, int value);
-    bool bind(int position, long long value);
-    bool bind(int position, double value);
-    bool bind(int position, const std::string& value);
+    bool bind(int position, int value);                ///< a 32-bit integer
+    bool bind(int position, long long value);          ///< a 64-bit integer
+    bool bind(int position, double value);             ///< a real number; NaN becomes NULL
+    bool bind(int position, const std::string& value); ///< a text, NULs included; it is copied
 
     /// @}
 

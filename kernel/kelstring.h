@@ -63,20 +63,21 @@ public:
     /// The same: no encoding is converted.
     static CkelString fromUtf8(const char* text, int length = -1);
 
+    /// @name Numbers as texts
+    /// number() returns the digits of a number in `base` (2 to 36, small letters; any other base counts as 10).
     /// @{
 
-    /// `number` in digits of `base` (2 to 36, small letters; any other base counts as 10).
-    static CkelString number(int number, int base = 10);
-    static CkelString number(unsigned int number, int base = 10);
-    static CkelString number(long number, int base = 10);
-    static CkelString number(unsigned long number, int base = 10);
-    static CkelString number(long long number, int base = 10);
-    static CkelString number(unsigned long long number, int base = 10);
-
-    /// @}
+    static CkelString number(int number, int base = 10);                ///< of an int
+    static CkelString number(unsigned int number, int base = 10);       ///< of an unsigned int
+    static CkelString number(long number, int base = 10);               ///< of a long
+    static CkelString number(unsigned long number, int base = 10);      ///< of an unsigned long
+    static CkelString number(long long number, int base = 10);          ///< of a long long
+    static CkelString number(unsigned long long number, int base = 10); ///< of an unsigned long long
 
     /// The shortest text that reads back to the same number, whatever the locale.
     static CkelString number(double number);
+
+    /// @}
 
     /// Adds `text` at the end, and returns this text.
     CkelString& append(const CkelString& text);

@@ -50,25 +50,33 @@ public:
     /// Nothing.
     CkelVariant() noexcept = default;
 
+    /// @name Variants of values
+    /// A variant takes the type that fits the value.
     /// @{
 
-    /// The value, with the type that fits it: a long is an Int where it has 32 bits and a LongLong where it has 64. Of
-    /// an array of characters, the bytes up to the NUL; of the other texts all bytes.
+    /// A Bool.
     CkelVariant(bool value) noexcept : m_type(Bool) { m_data.integer = value ? 1 : 0; }
+    /// An Int.
     CkelVariant(int value) noexcept : m_type(Int) { m_data.integer = value; }
+    /// A UInt.
     CkelVariant(unsigned int value) noexcept : m_type(UInt) { m_data.natural = value; }
+    /// An Int where a long has 32 bits, a LongLong where it has 64.
     CkelVariant(long value) noexcept : m_type(sizeof(long) == sizeof(int) ? Int : LongLong) { m_data.integer = value; }
+    /// A UInt where a long has 32 bits, a ULongLong where it has 64.
     CkelVariant(unsigned long value) noexcept : m_type(sizeof(long) == sizeof(int) ? UInt : ULongLong)
     {
         m_data.natural = value;
     }
+    /// A LongLong.
     CkelVariant(long long value) noexcept : m_type(LongLong) { m_data.integer = value; }
+    /// A ULongLong.
     CkelVariant(unsigned long long value) noexcept : m_type(ULongLong) { m_data.natural = value; }
+    /// A Double.
     CkelVariant(double value) noexcept : m_type(Double) { m_data.real = value; }
-    CkelVariant(const char* utf8); ///< a null pointer gives an invalid variant
-    CkelVariant(const std::string& utf8);
-    CkelVariant(std::string&& utf8);
-    CkelVariant(const CkelString& text);
+    CkelVariant(const char* utf8);        ///< a String, up to the NUL; a null pointer gives an invalid variant
+    CkelVariant(const std::string& utf8); ///< a String, NULs included
+    CkelVariant(std::string&& utf8);      ///< a String, NULs included
+    CkelVariant(const CkelString& text);  ///< a String, NULs included
     // NOLINTEND(google-explicit-constructor)
 
     /// @}
@@ -132,19 +140,21 @@ public:
     /// number, NaN (or a text that reads as NaN) converts to no integer and no bool, and nothing converts to nothing.
     bool canConvert(Type type) const;
 
-    /// True for a number other than 0, for a text that reads as one, and for the text "true"; `ok` as described above.
-    bool toBool(bool* ok = nullptr) const;
-
+    /// @name Conversions
+    /// The content as another type, by the rules of the class comment. What cannot be converted gives 0 or an empty
+    /// text and sets `*ok` to false.
     /// @{
 
-    /// The content as another type, as described above: 0 or an empty text, with `*ok` false, for what cannot be
-    /// converted.
-    int toInt(bool* ok = nullptr) const;
-    unsigned int toUInt(bool* ok = nullptr) const;
-    long long toLongLong(bool* ok = nullptr) const;
-    unsigned long long toULongLong(bool* ok = nullptr) const;
-    double toDouble(bool* ok = nullptr) const;
-    std::string toStdString(bool* ok = nullptr) const;
+    /// True for a number other than 0, for a text that reads as one, and for the text "true".
+    bool toBool(bool* ok = nullptr) const;
+
+    int toInt(bool* ok = nullptr) const;                      ///< 32 bits, signed
+    unsigned int toUInt(bool* ok = nullptr) const;            ///< 32 bits, unsigned
+    long long toLongLong(bool* ok = nullptr) const;           ///< 64 bits, signed
+    unsigned long long toULongLong(bool* ok = nullptr) const; ///< 64 bits, unsigned
+    double toDouble(bool* ok = nullptr) const;                ///< the texts "nan" and "inf" are numbers here
+    std::string toStdString(bool* ok = nullptr) const;        ///< UTF-8
+    /// The same as a CkelString.
     CkelString toString(bool* ok = nullptr) const { return toStdString(ok); }
 
     /// @}

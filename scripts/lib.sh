@@ -4,8 +4,8 @@
 # The one place for the names of Debian packages.
 # shellcheck disable=SC2034 # the scripts that source this file use them
 {
-    BUILD_PACKAGES=(g++ cmake ninja-build libasio-dev libsqlite3-dev rapidjson-dev libcli11-dev libutf8proc-dev pkg-config libgtest-dev
-        libbenchmark-dev sqlite3)
+    BUILD_PACKAGES=(g++ cmake ninja-build libasio-dev libsqlite3-dev rapidjson-dev libcli11-dev libutf8proc-dev pkg-config
+        libgtest-dev libbenchmark-dev sqlite3)
     BENCHMARK_PACKAGES=(qt6-base-dev liblmdb-dev python3)
     ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)
     CLANG_PACKAGES=(clang-14 libclang-rt-14-dev)

@@ -34,7 +34,7 @@ struct Options
 {
     std::vector<std::string> files; // of check
     Format format = Format::Text;
-    std::size_t limit = 100; // of findings with one code; 0 is none
+    std::size_t limit = 100; // of findings with one code in a file; 0: no limit
     bool strict = false;
     std::vector<std::string> accepted;
     bool force = false;

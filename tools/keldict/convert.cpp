@@ -30,8 +30,8 @@ void refuseName(const std::string& out)
         throw Failure(Misused, out + ": that is the name of the device's saved file, which is no configuration");
 }
 
-/// The dictionary with values in the form in which the value types store them. A database is read in no other form, and
-/// as 0 where a text is in place of a number. In JSON a number keeps its form: the device takes it as it is.
+/// The dictionary with values in the form in which the value types store them. A database is read in that form only: a
+/// text in place of a number would be read as 0. In JSON a number keeps its form, as the device reads it.
 Dictionary stored(Dictionary dictionary, bool asDatabase)
 {
     for (Ombrin::tagStorageData& item : dictionary.items) {

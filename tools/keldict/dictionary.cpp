@@ -103,7 +103,8 @@ void requireTable(const Database& database, const std::string& name)
     if (database.table() == Database::Table::NoDatabase)
         throw Failure(Wrong, name + ": no SQLite database");
     if (database.table() == Database::Table::View)
-        throw Failure(Wrong, name + ": \"kel\" is a view or a virtual table, which is not run");
+        throw Failure(Wrong,
+                      name + ": \"kel\" is a view, a virtual table, or computes a column that is read; it is not run");
     if (database.table() == Database::Table::Missing)
         throw Failure(Wrong, name + ": no table \"kel\"");
     if (database.columns().size() < static_cast<std::size_t>(database.columnsRead()))

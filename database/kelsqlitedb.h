@@ -22,6 +22,9 @@ namespace Ombrin {
 /// The file need not be trusted. Triggers do not fire, views and virtual tables cannot be read, extensions cannot be
 /// loaded, and a table's own expressions may use functions without side effects only. A text or a row of more than
 /// 64 MiB is refused.
+///
+/// @snippet classes.cpp CkelSqliteDB
+///
 /// @ingroup database
 class KEL_EXPORT CkelSqliteDB
 {

@@ -25,6 +25,9 @@ namespace Ombrin {
 /// overrides what it supports.
 ///
 /// **Threads** are the matter of each storage: see its class.
+///
+/// @snippet classes.cpp CkelAbstractDataStorage
+///
 /// @ingroup datastorage
 class KEL_EXPORT CkelAbstractDataStorage : public CkelObject
 {

@@ -10,6 +10,9 @@ namespace Ombrin {
 /// A storage is made at the first request for its kind, lives until the process ends, and is never destroyed by the
 /// factory. Nothing here locks: make the first requests on one thread, before others use the storages. Request the
 /// memory storage first on the thread whose event loop is to run its timer.
+///
+/// @snippet classes.cpp CkelDBStorageFactory
+///
 /// @ingroup datastorage
 class KEL_EXPORT CkelDBStorageFactory
 {

@@ -24,6 +24,9 @@ class CkelMemoryDB;
 /// CkelMemoryDB for what survives there.
 ///
 /// **Before loading** the storage holds no items and takes none: lookups miss, updates and insertions do nothing.
+///
+/// @snippet classes.cpp CkelMemoryDataStorage
+///
 /// @ingroup datastorage
 class KEL_EXPORT CkelMemoryDataStorage : public CkelAbstractDataStorage
 {

@@ -21,6 +21,9 @@ namespace Ombrin {
 ///
 /// **A malformed dictionary ends the process**: text that is not strict JSON, a root that is no object or has no member
 /// "kel", a "kel" that is no array, an element that is no object.
+///
+/// @snippet classes.cpp CkelParseDBJson
+///
 /// @ingroup datastorage_parts
 class KEL_EXPORT CkelParseDBJson
 {

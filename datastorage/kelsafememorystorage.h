@@ -24,6 +24,9 @@ namespace Ombrin {
 /// - loadLocalDB loads nothing and returns false; readConfigFile does the loading;
 /// - toStoreValue returns the value unchanged;
 /// - mutex() returns null: the lock belongs to the storage inside.
+///
+/// @snippet classes.cpp CkelSafeMemoryStorage
+///
 /// @ingroup datastorage
 class KEL_EXPORT CkelSafeMemoryStorage : public CkelAbstractDataStorage
 {

@@ -45,6 +45,9 @@ enum ValueTypeCode : std::uint8_t
 ///
 /// A plain record with value semantics. It declares no initialisers: write `tagStorageData record{};` to start from
 /// zeros and null variants. The order of the members is part of the binary interface.
+///
+/// @snippet classes.cpp tagStorageData
+///
 /// @ingroup datastorage
 struct tagStorageData
 {

@@ -9,6 +9,9 @@ class CkelDataSensor;
 /// The application: the event loop of the thread that constructs it, and the process-wide data sensor.
 ///
 /// Construct one, on the main thread, before what needs the loop to turn, and let it live until the end of main.
+///
+/// @snippet classes.cpp CkelApplicationPlus
+///
 /// @ingroup kernel
 class KEL_EXPORT CkelApplicationPlus : public CkelObject
 {

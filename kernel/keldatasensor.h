@@ -24,6 +24,9 @@ class CkelObject;
 /// While nobody is attached, posted events are deleted at once, and so are those that wait when the last one
 /// leaves. While somebody is attached and the application's loop
 /// does not turn, events wait and take memory; with the merge flag at most one waits for each item.
+///
+/// @snippet classes.cpp CkelDataSensor
+///
 /// @ingroup kernel
 class KEL_EXPORT CkelDataSensor
 {

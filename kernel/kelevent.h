@@ -73,7 +73,13 @@ private:
     CkelObject* const m_child;
 };
 
-/// Base of the events that an application defines.
+/// Base of the events that an application defines. CkelApplicationPlus::sendEvent passes one to
+/// CkelObject::customEvent.
+///
+/// @dontinclude objects.cpp
+/// @skip class AlarmEvent
+/// @until };
+///
 /// @ingroup kernel
 class KEL_EXPORT CkelCustomEvent : public CkelEvent
 {

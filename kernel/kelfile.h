@@ -49,6 +49,9 @@ private:
 };
 
 /// A file. Closed by its destructor. Not synchronised.
+///
+/// @snippet classes.cpp CkelFile
+///
 /// @ingroup kernel
 class KEL_EXPORT CkelFile : public CkelDevice
 {

@@ -9,6 +9,9 @@ namespace Ombrin {
 /// A non-recursive lock. Locking it twice on one thread is a programming error and blocks for ever.
 ///
 /// Works with `std::lock_guard` and `std::unique_lock`; CkelMutexLocker is the one that clang's lock analysis follows.
+///
+/// @snippet classes.cpp CkelMutex
+///
 /// @ingroup kernel
 class KEL_CAPABILITY("mutex") CkelMutex
 {

@@ -28,6 +28,9 @@ struct CkelObjectPrivate;
 ///
 /// **Destruction** kills the object's timers, deletes its children, detaches it from the data sensor and takes it out
 /// of every event filter. It may happen inside one of the object's own handlers.
+///
+/// @snippet classes.cpp CkelObject
+///
 /// @ingroup kernel
 class KEL_EXPORT CkelObject
 {

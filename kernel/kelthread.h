@@ -17,6 +17,9 @@ class CkelEventLoop;
 ///
 /// A thread runs once. It is never killed in the middle of a handler: what a handler holds (locks, a database
 /// transaction) is always given back.
+///
+/// @snippet classes.cpp CkelThread
+///
 /// @ingroup kernel
 class KEL_EXPORT CkelThread : public CkelObject
 {

@@ -17,6 +17,9 @@ namespace Ombrin {
 /// moveToThread to choose it. start() and stop() may be called from any thread; connect and disconnect only while the
 /// timer is stopped or on its own thread. A function may stop, restart and delete the timer, connect and disconnect;
 /// functions connected or disconnected meanwhile count from the next time-out on.
+///
+/// @snippet classes.cpp CkelTimer
+///
 /// @ingroup kernel
 class KEL_EXPORT CkelTimer : public CkelObject
 {

@@ -23,6 +23,9 @@ namespace Ombrin {
 ///   false;
 /// - number to text gives the shortest text that reads back to the same number; bool gives "true" and "false", and
 ///   these two texts read as a bool.
+///
+/// @snippet classes.cpp CkelVariant
+///
 /// @ingroup kernel
 class KEL_EXPORT CkelVariant
 {

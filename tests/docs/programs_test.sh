@@ -2,7 +2,7 @@
 # Runs the programs that the pages show: programs_test.sh ROOT FOLDER [EMULATOR...]
 #
 # What a program prints is what stands below "<!-- output: NAME -->", or "<!-- output: NAME, run N -->" for the N-th
-# start in one folder.
+# start in one folder. The examples of the reference print what is in examples/docs/classes.txt.
 set -euo pipefail
 root=$1
 programs=$2
@@ -35,3 +35,9 @@ prints "setpoint, run 2"
 for name in objects timers threads variants; do
     prints "$name"
 done
+
+mkdir reference
+cp dictionary.json reference
+cd reference
+"${emulator[@]}" "$programs/kel_docs_classes" >printed
+diff -u "$root/examples/docs/classes.txt" printed >&2 || { echo "classes prints something else" >&2; exit 1; }

@@ -1,16 +1,14 @@
 #pragma once
 
-/// @file
-/// Export and lock annotations shared by the three libraries.
+// Export and lock annotations shared by the three libraries.
 
-/// Makes a class visible outside its shared library; everything else is compiled hidden.
+// Makes a class visible outside its shared library; everything else is compiled hidden.
 #if defined(__GNUC__)
 #define KEL_EXPORT __attribute__((visibility("default")))
 #else
 #define KEL_EXPORT
 #endif
 
-/// @cond
 // Lock annotations: clang checks them with -Wthread-safety, other compilers see nothing.
 #if defined(__clang__)
 #define KEL_THREAD_ANNOTATION(annotation) __attribute__((annotation))
@@ -26,4 +24,3 @@
 #define KEL_TRY_ACQUIRE(...) KEL_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define KEL_REQUIRES(...) KEL_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define KEL_NO_LOCK_ANALYSIS KEL_THREAD_ANNOTATION(no_thread_safety_analysis)
-/// @endcond

@@ -51,11 +51,12 @@ pkg_config()
     PKG_CONFIG_PATH=$(dirname -- "$(find "$prefix" -name kel_datastorage.pc)") pkg-config "$@" kel_datastorage
 }
 
-# A compiler with this folder in front sees no RapidJSON, wherever that is installed.
+# Makes headers that take the place of RapidJSON's, wherever that is installed, and that no program can include.
 refuse_rapidjson()
 {
     mkdir -p -- "$folder/refused/rapidjson"
-    echo '#error "this program is built without RapidJSON"' >"$folder/refused/rapidjson/fwd.h"
+    echo '#error "this program is built without RapidJSON"' |
+        tee "$folder"/refused/rapidjson/{document,fwd,rapidjson,reader}.h >"$folder/log"
 }
 
 by_package()
@@ -69,9 +70,9 @@ by_package()
 by_package_alone()
 {
     refuse_rapidjson
-    # find_path() looks for headers below an empty folder only.
+    # find_path() looks for headers below a missing folder only.
     by_package "$1" -DCMAKE_CXX_FLAGS="-I$folder/refused" \
-        -DCMAKE_FIND_ROOT_PATH="$folder/refused" -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY "${@:2}"
+        -DCMAKE_FIND_ROOT_PATH="$folder/missing" -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY "${@:2}"
 }
 
 # The package adds the folder of RapidJSON, which is none of the compiler's own.

@@ -1,26 +1,63 @@
 #pragma once
 // Private to this project: not installed.
 
-#include <sqlite3.h>
+#include "kernel/kelglobal.h"
+
+#include <atomic>
+
+struct sqlite3;
+struct sqlite3_stmt;
 
 namespace Ombrin {
 
-/// Anybody may have made the file: nothing in it is run, nothing but tables is read, and what a table's constraints
-/// compute reaches nothing outside and takes no more memory than a row may have.
-inline void distrustFile(sqlite3* connection)
+// A database file may come from anybody. The library and the tools take these precautions.
+
+/// Opens a connection with SQLite's flags. Files that are no regular files are refused at once: a FIFO in the place of
+/// the file, its journal or its log would block for ever. The result is SQLite's; `connection` receives a handle, which
+/// the caller closes, also after most failures.
+KEL_EXPORT int openForeignFile(const char* name, int flags, sqlite3** connection);
+
+/// Nothing in the file is run, nothing but tables is read, and what a table's constraints compute reaches nothing
+/// outside and takes no more memory than a row may have.
+KEL_EXPORT void distrustFile(sqlite3* connection);
+
+/// Ends a statement with an error when it takes far more steps than a sound file of this size needs, as a search
+/// through pages that contain each other does.
+class KEL_EXPORT CkelForeignSteps
 {
-    constexpr int off = 0;
-    constexpr int on = 1;
-    constexpr int longestRow = 64 << 20; // bytes
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_TRUSTED_SCHEMA, off, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_TRIGGER, off, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_VIEW, off, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, off, nullptr);
-    sqlite3_db_config(connection, SQLITE_DBCONFIG_DEFENSIVE, on, nullptr);
-    sqlite3_drop_modules(connection, nullptr); // virtual tables are code
-    // Without it a damaged page may be read beyond its end, with rows out of what the memory held before.
-    sqlite3_exec(connection, "PRAGMA cell_size_check=ON", nullptr, nullptr, nullptr);
-    sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, longestRow);
-}
+public:
+    /// From now on for the statements of this connection, which outlives this object's use of it.
+    void watch(sqlite3* connection);
+
+    /// Counts from zero again; called before each operation.
+    void restart() { m_periods = 0; }
+
+private:
+    static int count(void* steps);
+
+    sqlite3* m_connection = nullptr;
+    std::atomic<int> m_periods{0};
+};
+
+/// Tells the rows that a file can hold from those of a file whose pages or texts are shared between rows.
+class KEL_EXPORT CkelForeignRows
+{
+public:
+    /// `isKeyed`: the first column is the key, in whose order the rows come.
+    CkelForeignRows(sqlite3* connection, bool isKeyed);
+
+    /// Whether the file can hold the row on which `row` stands, beside those before. Looks at the first `columns`.
+    bool admit(sqlite3_stmt* row, int columns);
+
+private:
+    void measure();
+
+    sqlite3* const m_connection;
+    const bool m_isKeyed;
+    long long m_rowsLeft = 0;
+    long long m_bytesLeft = 0;
+    bool m_isFirst = true;
+    long long m_lastKey = 0;
+};
 
 } // namespace Ombrin

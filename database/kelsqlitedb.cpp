@@ -1,15 +1,21 @@
 #include "database/kelsqlitedb.h"
 
 #include "database/kelforeignfile.h"
+#include "database/kelsqliteclock.h"
 #include "database/kelsqliteconnectionlock.h"
 #include "database/kelsqlitestatement.h"
 
 #include <sqlite3.h>
 
-#include <chrono>
-#include <limits>
+#include <algorithm>
+#include <array>
+#include <utility>
 
 namespace Ombrin {
+
+std::chrono::steady_clock::time_point (*kelSqliteNow)() = &std::chrono::steady_clock::now;
+
+CkelSqliteDB::CkelSqliteDB() : m_steps(std::make_unique<CkelForeignSteps>()) {}
 
 CkelSqliteDB::~CkelSqliteDB()
 {
@@ -19,21 +25,76 @@ CkelSqliteDB::~CkelSqliteDB()
 bool CkelSqliteDB::open(const CkelString& fileName)
 {
     close();
+    m_fileName = fileName.toStdString();
+    m_connection = connect();
+    if (isOpen())
+        m_steps->watch(m_connection);
+    return isOpen();
+}
+
+/// Null, and the reason in m_lastResult, when the file cannot be opened.
+sqlite3* CkelSqliteDB::connect()
+{
     constexpr int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
-    m_lastResult = sqlite3_open_v2(fileName.toStdString().c_str(), &m_connection, flags, nullptr);
+    sqlite3* connection = nullptr;
+    m_lastResult = openForeignFile(m_fileName.c_str(), flags, &connection);
     if (m_lastResult != SQLITE_OK) {
-        close(); // SQLite gives a handle for a failed open too
-        return false;
+        sqlite3_close_v2(connection); // SQLite gives a handle for a failed open too
+        return nullptr;
     }
-    distrustFile(m_connection);
-    setBusyTimeOut(defaultBusyTimeOut);
-    return true;
+    distrustFile(connection);
+    sqlite3_busy_handler(connection, &CkelSqliteDB::waitWhileBusy, this);
+    return connection;
+}
+
+bool CkelSqliteDB::isCurrent() const
+{
+    if (!m_connection || sqlite3_db_readonly(m_connection, "main") != 0)
+        return false;
+    int hasMoved = 0;
+    return sqlite3_file_control(m_connection, "main", SQLITE_FCNTL_HAS_MOVED, &hasMoved) != SQLITE_OK || hasMoved == 0;
+}
+
+void CkelSqliteDB::refresh()
+{
+    if (isCurrent())
+        return;
+    const int resultBefore = m_lastResult;
+    sqlite3* const stale = std::exchange(m_connection, connect());
+    if (isCurrent() || !stale) {
+        sqlite3_close_v2(stale);
+    } else {
+        sqlite3_close_v2(std::exchange(m_connection, stale));
+        m_lastResult = resultBefore;
+    }
+    if (isOpen())
+        m_steps->watch(m_connection);
 }
 
 void CkelSqliteDB::setBusyTimeOut(std::chrono::milliseconds timeOut)
 {
-    if (m_connection)
-        sqlite3_busy_timeout(m_connection, static_cast<int>(timeOut.count()));
+    m_busyTimeOut = timeOut;
+}
+
+/// Whether SQLite tries again. The end is a time: signals cut the pauses short, and SQLite's own handler counts pauses.
+int CkelSqliteDB::waitWhileBusy(void* database, int attempts)
+{
+    constexpr std::array<int, 8> pauses{1, 2, 5, 10, 15, 25, 50, 100}; // milliseconds
+    auto& self = *static_cast<CkelSqliteDB*>(database);
+    const auto now = kelSqliteNow();
+    if (attempts == 0)
+        self.m_waitEnd = now + self.m_busyTimeOut;
+    if (now >= self.m_waitEnd)
+        return 0;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(self.m_waitEnd - now).count();
+    const int pause = pauses[std::min(static_cast<std::size_t>(attempts), pauses.size() - 1)];
+    sqlite3_sleep(static_cast<int>(std::min<long long>(pause, left)));
+    return 1;
+}
+
+void CkelSqliteDB::restartSteps()
+{
+    m_steps->restart();
 }
 
 void CkelSqliteDB::close()
@@ -42,16 +103,8 @@ void CkelSqliteDB::close()
     m_connection = nullptr;
 }
 
-bool CkelSqliteDB::forEachRow(const CkelString& text, const std::function<void(const CkelSqliteVariantVector&)>& visit)
-{
-    return forEachRow(text, std::numeric_limits<int>::max(), [&visit](const CkelSqliteVariantVector& row) {
-        visit(row);
-        return true;
-    });
-}
-
-bool CkelSqliteDB::forEachRow(const CkelString& text, int columns,
-                              const std::function<bool(const CkelSqliteVariantVector&)>& visit)
+/// Calls `visit` with each row that `text` returns, until it returns false.
+bool CkelSqliteDB::step(const CkelString& text, const Visit& visit)
 {
     CkelSqliteStatement statement(m_connection, text.toStdString());
     if (!statement.isValid()) {
@@ -61,13 +114,40 @@ bool CkelSqliteDB::forEachRow(const CkelString& text, int columns,
         return false;
     }
     const CkelSqliteConnectionLock lock(m_connection);
-    CkelSqliteVariantVector row;
+    m_steps->restart();
     while ((m_lastResult = sqlite3_step(statement.handle())) == SQLITE_ROW) {
-        row.read(statement.handle(), columns);
-        if (!visit(row))
+        if (!visit(statement.handle()))
             return false;
     }
     return m_lastResult == SQLITE_DONE;
+}
+
+bool CkelSqliteDB::forEachRow(const CkelString& text, const std::function<void(const CkelSqliteVariantVector&)>& visit)
+{
+    CkelSqliteVariantVector columns;
+    return step(text, [&](sqlite3_stmt* row) {
+        columns.read(row);
+        visit(columns);
+        return true;
+    });
+}
+
+bool CkelSqliteDB::forEachStoredRow(const CkelString& text, int columns, bool isKeyed,
+                                    const std::function<bool(const CkelSqliteVariantVector&)>& visit)
+{
+    CkelForeignRows rows(m_connection, isKeyed);
+    CkelSqliteVariantVector values;
+    bool isSound = true;
+    const bool done = step(text, [&](sqlite3_stmt* row) {
+        isSound = rows.admit(row, columns);
+        if (!isSound)
+            return false;
+        values.read(row, columns);
+        return visit(values);
+    });
+    if (!isSound)
+        m_lastResult = SQLITE_CORRUPT;
+    return done;
 }
 
 } // namespace Ombrin

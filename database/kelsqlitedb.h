@@ -8,11 +8,15 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace Ombrin {
+
+class CkelForeignSteps;
 
 /// One connection to an SQLite file; closed by its destructor.
 ///
@@ -32,16 +36,22 @@ public:
     static constexpr std::chrono::milliseconds defaultBusyTimeOut{5000};
 
     /// Closed at first.
-    CkelSqliteDB() = default;
+    CkelSqliteDB();
     ~CkelSqliteDB();
 
     CkelSqliteDB(const CkelSqliteDB&) = delete;
     CkelSqliteDB& operator=(const CkelSqliteDB&) = delete;
 
     /// Opens the file for reading and writing, or for reading where it cannot be written; makes it if it is missing.
-    /// Closes what was open before. SQLite looks into the file at its first use only: true says nothing about what is
-    /// in it.
+    /// Refuses what is no regular file. Closes what was open before. SQLite looks into the file at its first use only:
+    /// true says nothing about what is in it.
     bool open(const CkelString& fileName);
+
+    /// Whether the connection is open for writing, and its file still the one of that name.
+    bool isCurrent() const;
+
+    /// Opens the file anew, unless the connection is current. Keeps the connection where that would not make it so.
+    void refresh();
 
     /// Ends the connection, at the latest with the last of its statements; an open transaction is rolled back. Nothing
     /// happens when it is closed.
@@ -67,11 +77,14 @@ public:
     /// before that have been visited.
     bool forEachRow(const CkelString& text, const std::function<void(const CkelSqliteVariantVector&)>& visit);
 
-    /// The same for the first `columns` columns of each row, until `visit` returns false; the result is false then too.
-    bool forEachRow(const CkelString& text, int columns,
-                    const std::function<bool(const CkelSqliteVariantVector&)>& visit);
+    /// Calls `visit` with the first `columns` columns of each row of a stored table, until it returns false; the result
+    /// is false then too. A file whose rows are more than it can hold, or out of order although `isKeyed` says that the
+    /// first column is the key, is damaged: reading stops and the result is false.
+    bool forEachStoredRow(const CkelString& text, int columns, bool isKeyed,
+                          const std::function<bool(const CkelSqliteVariantVector&)>& visit);
 
-    /// How long a statement waits for a file that another connection holds locked; defaultBusyTimeOut after open().
+    /// How long a statement waits for a file that another connection holds locked; defaultBusyTimeOut at first. Signals
+    /// do not shorten the wait.
     void setBusyTimeOut(std::chrono::milliseconds timeOut);
 
     /// The SQLite result code of the newest query or executed text.
@@ -80,9 +93,22 @@ public:
     /// For those who run statements on handle() themselves.
     void setLastResult(int result) { m_lastResult = result; }
 
+    /// Lets the statements that follow on handle() take as many steps as the file's size justifies, in all.
+    void restartSteps();
+
 private:
+    using Visit = std::function<bool(sqlite3_stmt* row)>;
+
+    static int waitWhileBusy(void* database, int attempts);
+    sqlite3* connect();
+    bool step(const CkelString& text, const Visit& visit);
+
     sqlite3* m_connection = nullptr;
+    std::string m_fileName;
     int m_lastResult = 0;
+    std::unique_ptr<CkelForeignSteps> m_steps;
+    std::chrono::milliseconds m_busyTimeOut = defaultBusyTimeOut;
+    std::chrono::steady_clock::time_point m_waitEnd;
 };
 
 } // namespace Ombrin

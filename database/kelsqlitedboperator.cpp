@@ -103,15 +103,25 @@ bool CkelSqliteDBOperator::isValid() const
 std::vector<std::string> CkelSqliteDBOperator::tables() const
 {
     std::vector<std::string> names;
-    const auto visit = [&names](const CkelSqliteVariantVector& row) { names.push_back(row.toValue<std::string>(0)); };
+    const auto visit = [&names](const CkelSqliteVariantVector& row) {
+        names.push_back(row.toValue<std::string>(0));
+        return true;
+    };
     // A virtual table, which is code, has no page.
-    if (!isValid() ||
-        !m_database->forEachRow("SELECT name FROM sqlite_master WHERE type='table' AND rootpage<>0;", visit))
+    if (!isValid() || !m_database->forEachStoredRow(
+                          "SELECT name FROM sqlite_master WHERE type='table' AND rootpage<>0;", 1, false, visit))
         return {};
     return names;
 }
 
-bool CkelSqliteDBOperator::isStoredTable(int columns) const
+bool CkelSqliteDBOperator::forEachRow(const std::string& text, int columns,
+                                      const std::function<bool(const CkelSqliteVariantVector&)>& visit) const
+{
+    return isReady() && isStored(columns) && m_database->forEachStoredRow(text, columns, isKeyedByFirstColumn(), visit);
+}
+
+/// Whether there is the table and the file holds its first `columns` columns, so that reading them computes nothing.
+bool CkelSqliteDBOperator::isStored(int columns) const
 {
     constexpr int hiddenColumn = 6; // of the answer: more than 0 for a computed column
     int seen = 0;
@@ -120,7 +130,29 @@ bool CkelSqliteDBOperator::isStoredTable(int columns) const
         computed = computed || (seen < columns && row.toValue<long long>(hiddenColumn) != 0);
         ++seen;
     };
-    return isReady() && m_database->forEachRow("PRAGMA table_xinfo(" + m_table + ")", visit) && seen > 0 && !computed;
+    return m_database->forEachRow("PRAGMA table_xinfo(" + m_table + ")", visit) && seen > 0 && !computed;
+}
+
+/// Whether the first column is surely the rows' number, in whose order SQLite returns them.
+bool CkelSqliteDBOperator::isKeyedByFirstColumn() const
+{
+    constexpr int typeColumn = 2; // of the answer
+    constexpr int keyColumn = 5;  // the column's place in the primary key, from 1
+    int seen = 0;
+    int keys = 0;
+    bool isKeyed = false;
+    m_database->forEachRow("PRAGMA table_xinfo(" + m_table + ")", [&](const CkelSqliteVariantVector& row) {
+        const bool isKey = row.toValue<long long>(keyColumn) != 0;
+        keys += isKey ? 1 : 0;
+        isKeyed = isKeyed || (isKey && seen == 0 && row.toValue<std::string>(typeColumn) == "INTEGER");
+        ++seen;
+    });
+    // A descending key and one without row numbers come in another order.
+    m_database->forEachRow("SELECT 1 FROM sqlite_master WHERE tbl_name='" + m_table +
+                               "' COLLATE NOCASE AND (name LIKE 'sqlite_autoindex%' OR sql LIKE '%DESC%' OR sql LIKE "
+                               "'%WITHOUT%') LIMIT 1;",
+                           [&](const CkelSqliteVariantVector& /*row*/) { isKeyed = false; });
+    return isKeyed && keys == 1;
 }
 
 std::string CkelSqliteDBOperator::createText(const std::vector<Column>& columns) const
@@ -194,6 +226,7 @@ bool CkelSqliteDBOperator::execute_helper(const std::string& text) const
 {
     if (!isValid() || text.empty())
         return false;
+    m_database->restartSteps();
     const int result = sqlite3_exec(m_database->handle(), text.c_str(), nullptr, nullptr, nullptr);
     m_database->setLastResult(result);
     return result == SQLITE_OK;

@@ -2,12 +2,14 @@
 
 #include "kernel/kelglobal.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace Ombrin {
 
 class CkelSqliteDB;
+class CkelSqliteVariantVector;
 
 /// Writes the SQL texts for one table of a database, and runs those that take no parameters.
 ///
@@ -79,9 +81,11 @@ public:
     /// CkelSqliteDB::lastResult tells which.
     std::vector<std::string> tables() const;
 
-    /// Whether there is the selected table and the file holds its first `columns` columns, so that reading them
-    /// computes nothing.
-    bool isStoredTable(int columns) const;
+    /// Runs `text`, which selects all rows of the selected table, and calls `visit` with the first `columns` columns of
+    /// each until it returns false. False when it did, when the table is missing or does not store these columns but
+    /// computes one of them, and when the file is damaged.
+    bool forEachRow(const std::string& text, int columns,
+                    const std::function<bool(const CkelSqliteVariantVector&)>& visit) const;
 
     /// Creates the table if it is not there.
     std::string createText(const std::vector<Column>& columns) const;
@@ -121,6 +125,8 @@ public:
 
 private:
     bool isReady() const { return isValid() && hasSelectTable(); }
+    bool isStored(int columns) const;
+    bool isKeyedByFirstColumn() const;
 
     CkelSqliteDB* const m_database;
     std::string m_table;

@@ -43,6 +43,7 @@ bool CkelSqliteStatement::execute()
 {
     if (!m_statement)
         return false;
+    sqlite3_stmt_status(m_statement, SQLITE_STMTSTATUS_VM_STEP, 1); // CkelForeignSteps bounds each execution
     const int result = sqlite3_step(m_statement);
     sqlite3_reset(m_statement);
     return result == SQLITE_DONE || result == SQLITE_ROW;

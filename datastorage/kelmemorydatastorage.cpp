@@ -211,9 +211,6 @@ bool CkelMemoryDataStorage::readDBFile(const std::string& path)
     database.open(path);
     CkelSqliteDBOperator table(&database);
     table.selectTable("kel");
-    if (!table.isStoredTable(configurationColumns))
-        return false;
-
     CkelReport::Hold reports;
     Indexes indexes;
     tagStorageData record{}; // reused on purpose: a field that a row does not set keeps the previous row's value
@@ -226,7 +223,7 @@ bool CkelMemoryDataStorage::readDBFile(const std::string& path)
             indexes.add(record);
         return true;
     };
-    const bool complete = database.forEachRow("SELECT * FROM kel", configurationColumns, visit);
+    const bool complete = table.forEachRow("SELECT * FROM kel", configurationColumns, visit);
     if (!complete)
         reports.discard(); // a file that cannot be read to its end has no rows
     if (!complete || !anyRow)

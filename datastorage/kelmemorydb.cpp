@@ -3,6 +3,7 @@
 #include "database/kelsqlitestatement.h"
 #include "datastorage/kelmeorydbworkthread.h"
 #include "datastorage/kelrowvalues.h"
+#include "kernel/kelreport.h"
 #include "kernel/kelstring.h"
 #include "kernel/keltimer.h"
 
@@ -224,7 +225,7 @@ CkelMemoryDB::CkelMemoryDB(CkelObject* parent) : CkelObject(parent)
     m_timer->connectTimeOut("CkelMemoryDB::sync()", [this] { sync(); });
     m_timer->start(writeInterval);
     m_timer->moveToThread(m_thread.get());
-    m_thread->start(CkelThread::InheritPriority);
+    startWorker();
 }
 
 CkelMemoryDB::~CkelMemoryDB()
@@ -241,6 +242,7 @@ CkelMemoryDB::~CkelMemoryDB()
 void CkelMemoryDB::push(const tagDBBlock& block)
 {
     const CkelMutexLocker lock(m_queueMutex);
+    startWorker();
     if (m_queue.size() < queueCapacity)
         m_queue.push_back(block);
 }
@@ -248,8 +250,16 @@ void CkelMemoryDB::push(const tagDBBlock& block)
 void CkelMemoryDB::push(tagDBBlock&& block)
 {
     const CkelMutexLocker lock(m_queueMutex);
+    startWorker();
     if (m_queue.size() < queueCapacity)
         m_queue.push_back(std::move(block));
+}
+
+/// Again where the system had no thread to give at first.
+void CkelMemoryDB::startWorker()
+{
+    if (!m_thread->isRunning())
+        m_thread->start(CkelThread::InheritPriority);
 }
 
 tagDBBlock CkelMemoryDB::pop()
@@ -302,6 +312,8 @@ bool CkelMemoryDB::hasMemoryDBTable() const
     if (m_fileMutex.tryLock()) {
         const std::unique_lock<CkelMutex> lock(m_fileMutex, std::adopt_lock);
         const NoWaiting noWaiting(m_database);
+        if (!m_database.isOpen())
+            m_database.refresh();
         look();
     }
     return m_table == TableState::Present;
@@ -310,6 +322,7 @@ bool CkelMemoryDB::hasMemoryDBTable() const
 bool CkelMemoryDB::lookForTable()
 {
     const CkelMutexLocker lock(m_fileMutex);
+    refreshConnection();
     return look();
 }
 
@@ -334,15 +347,18 @@ CkelMemoryDB::TableState CkelMemoryDB::queryTable() const
 bool CkelMemoryDB::createMemoryDBTable()
 {
     const CkelMutexLocker lock(m_fileMutex);
+    refreshConnection();
     return createTable();
 }
 
 bool CkelMemoryDB::createTable()
 {
     const CkelSqliteDBOperator table = tableOperator();
+    const TableState before = m_table;
     const bool done = table.execute_helper(table.createText(tableColumns()));
     if (done)
         m_table = queryTable(); // IF NOT EXISTS also succeeds for a view
+    m_isTableSound = m_isTableSound || (done && before == TableState::Missing);
     return done;
 }
 
@@ -358,6 +374,7 @@ bool CkelMemoryDB::dropTable()
     if (!table.execute_helper(table.dropText()))
         return false;
     m_table = TableState::Missing;
+    m_isTableSound = false;
     return true;
 }
 
@@ -384,15 +401,37 @@ bool CkelMemoryDB::replaceTable(const std::vector<tagStorageData>& records)
     const TableState before = queryTable();
     if (before == TableState::Unknown || !canGoOn(connection))
         return false;
+    if (before == TableState::Present && !isTableSound())
+        return false;
     const bool dropped = dropTable(); // always: SQLite's names ignore case, and a table "KEL" would be in the way
     return (dropped || before == TableState::Missing) && canGoOn(connection) && createTable() && canGoOn(connection) &&
            replaceRows(records);
+}
+
+/// Whether the table can be walked to its end. Dropping one whose pages contain each other might never end.
+bool CkelMemoryDB::isTableSound()
+{
+    const auto goOn = [](const CkelSqliteVariantVector& /*row*/) { return true; };
+    m_isTableSound = m_isTableSound || m_database.forEachStoredRow("SELECT 1 FROM kel NOT INDEXED;", 1, false, goOn);
+    return m_isTableSound;
+}
+
+/// Opens the file anew where the connection cannot write to the file of that name any more.
+void CkelMemoryDB::refreshConnection()
+{
+    if (m_database.isCurrent())
+        return;
+    m_database.refresh();
+    m_isTableSound = false;
+    look();
 }
 
 /// Calls `write`, which finalises its statements, in a transaction; rolls back unless both succeed.
 template <typename Write>
 bool CkelMemoryDB::inTransaction(Write write)
 {
+    refreshConnection();
+    m_database.restartSteps();
     CkelSqliteTransaction transaction(m_database.handle());
     m_database.setLastResult(transaction.lastResult());
     if (!transaction.isOpen() || !write())
@@ -549,12 +588,13 @@ bool CkelMemoryDB::canConvert(CkelVariant::Type from, CkelVariant::Type to) cons
 
 std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
 {
+    const CkelReport::Hold reports; // printed when the lock is free again
     const CkelMutexLocker lock(m_fileMutex);
     m_loadedList.clear();
     m_loadComplete = false;
-    if (!tableOperator().isStoredTable(columnsRead))
-        return m_loadedList;
     const auto visit = [this](const CkelSqliteVariantVector& row) {
+        if (row.count() < columnsRead)
+            return false;
         tagStorageData record{};
         if (readSavedRow(row, record))
             m_loadedList.push_back(std::move(record));
@@ -562,7 +602,9 @@ std::vector<tagStorageData>& CkelMemoryDB::loadMemoryDB()
             reportUnknownType(record);
         return true;
     };
-    m_loadComplete = m_database.forEachRow(tableOperator().selectText(), columnsRead, visit);
+    const CkelSqliteDBOperator table = tableOperator();
+    m_loadComplete = table.forEachRow(table.selectText(), columnsRead, visit);
+    m_isTableSound = m_isTableSound || m_loadComplete;
     return m_loadedList;
 }
 

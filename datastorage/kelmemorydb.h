@@ -37,6 +37,10 @@ struct tagDBBlock
 
 /// The saved mirror of a memory storage: the table "kel" in the SQLite file "kelmem.db" of the working directory.
 ///
+/// **The connection** is opened anew before a block is written, and before loading, where it is read-only or was never
+/// opened, and where the file has been deleted or replaced. A table that is missing then is made by
+/// createMemoryDBTable() and rebuildMemoryDBTable() only.
+///
 /// Of each item it keeps everything but DBSource, Dirty and Reserved. The four value columns hold numbers only: a text
 /// is written as the number that it reads as, 0 for most. IDs above 2147483647 stand in the file as negative numbers of
 /// the same 32 bits.
@@ -138,6 +142,8 @@ private:
 
     TableState queryTable() const KEL_REQUIRES(m_fileMutex);
     bool look() const KEL_REQUIRES(m_fileMutex);
+    bool isTableSound() KEL_REQUIRES(m_fileMutex);
+    void refreshConnection() KEL_REQUIRES(m_fileMutex);
     template <typename Write>
     bool inTransaction(Write write) KEL_REQUIRES(m_fileMutex);
     bool createTable() KEL_REQUIRES(m_fileMutex);
@@ -155,8 +161,11 @@ private:
     mutable CkelMutex m_fileMutex;
     mutable CkelSqliteDB m_database;
     mutable std::atomic<TableState> m_table{TableState::Unknown}; // as last seen
+    bool m_isTableSound KEL_GUARDED_BY(m_fileMutex) = false;      // made by this object, or read to its end
     std::unique_ptr<CkelMeoryDBWorkThread> m_thread;
     std::unique_ptr<CkelTimer> m_timer;
+
+    void startWorker() KEL_REQUIRES(m_queueMutex);
 
     mutable CkelMutex m_queueMutex;
     std::deque<tagDBBlock> m_queue KEL_GUARDED_BY(m_queueMutex);

@@ -1,5 +1,6 @@
 #include "database/kelsqlitedb.h"
 
+#include "database/kelsqliteclock.h"
 #include "database/kelsqlitestatement.h"
 #include "kernel/kelstring.h"
 #include "tests/support/testfolder.h"
@@ -9,6 +10,7 @@
 #include <sqlite3.h>
 
 #include <linux/capability.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -320,3 +322,93 @@ TEST_F(SqliteDB, ThreadsMayShareAConnection)
 }
 
 } // namespace
+
+// Waiting
+
+namespace {
+
+/// Time that passes in SQLite's pauses only: the twentieth part of each, as with a signal in each of them.
+class InterruptedPauses
+{
+public:
+    InterruptedPauses() : m_fileSystem(*sqlite3_vfs_find(nullptr)), m_sleep(m_fileSystem.xSleep)
+    {
+        passed() = std::chrono::microseconds(0);
+        m_fileSystem.xSleep = [](sqlite3_vfs* /*fileSystem*/, int microseconds) {
+            passed() += std::chrono::microseconds(microseconds / 20);
+            return microseconds;
+        };
+        Ombrin::kelSqliteNow = [] { return std::chrono::steady_clock::time_point() + passed(); };
+    }
+    ~InterruptedPauses()
+    {
+        m_fileSystem.xSleep = m_sleep;
+        Ombrin::kelSqliteNow = &std::chrono::steady_clock::now;
+    }
+    InterruptedPauses(const InterruptedPauses&) = delete;
+    InterruptedPauses& operator=(const InterruptedPauses&) = delete;
+
+    static std::chrono::microseconds& passed()
+    {
+        static std::chrono::microseconds instance;
+        return instance;
+    }
+
+private:
+    sqlite3_vfs& m_fileSystem;
+    int (*const m_sleep)(sqlite3_vfs*, int);
+};
+
+} // namespace
+
+TEST_F(SqliteDB, PausesThatSignalsCutShortDoNotShortenTheWaitForALockedFile)
+{
+    CkelSqliteDB other;
+    ASSERT_TRUE(database.open("a.db"));
+    ASSERT_TRUE(other.open("a.db"));
+    ASSERT_EQ(run(other, "BEGIN EXCLUSIVE"), SQLITE_OK);
+    const InterruptedPauses pauses;
+    EXPECT_EQ(run(database, "CREATE TABLE t(a)"), SQLITE_BUSY);
+    EXPECT_GE(pauses.passed(), CkelSqliteDB::defaultBusyTimeOut);
+    EXPECT_LT(pauses.passed(), CkelSqliteDB::defaultBusyTimeOut + std::chrono::milliseconds(100));
+}
+
+// Connections that have become useless
+
+TEST_F(SqliteDB, IsCurrentWhileItsFileCanBeWrittenUnderItsName)
+{
+    EXPECT_FALSE(database.isCurrent());
+    ASSERT_TRUE(database.open("a.db"));
+    ASSERT_EQ(run(database, "CREATE TABLE t(a)"), SQLITE_OK);
+    EXPECT_TRUE(database.isCurrent());
+    std::filesystem::rename("a.db", "b.db");
+    EXPECT_FALSE(database.isCurrent());
+}
+
+TEST_F(SqliteDB, RefreshOpensTheFileOfItsName)
+{
+    ASSERT_TRUE(database.open("a.db"));
+    ASSERT_EQ(run(database, "CREATE TABLE t(a)"), SQLITE_OK);
+    std::filesystem::rename("a.db", "b.db");
+    database.refresh();
+    EXPECT_TRUE(database.isCurrent());
+    EXPECT_EQ(run(database, "SELECT * FROM t"), SQLITE_ERROR) << "a new file";
+}
+
+TEST_F(SqliteDB, RefreshKeepsAConnectionThatItCannotReplace)
+{
+    ASSERT_TRUE(database.open("a.db"));
+    ASSERT_EQ(run(database, "CREATE TABLE t(a)"), SQLITE_OK);
+    std::filesystem::rename("a.db", "b.db");
+    std::filesystem::create_directory("a.db");
+    database.refresh();
+    EXPECT_EQ(run(database, "SELECT * FROM t"), SQLITE_OK);
+}
+
+TEST_F(SqliteDB, OpensRegularFilesOnly)
+{
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    EXPECT_FALSE(database.open("pipe"));
+    EXPECT_EQ(database.lastResult(), SQLITE_CANTOPEN);
+    EXPECT_FALSE(database.open("/dev/null"));
+}

@@ -7,6 +7,7 @@
 #include <sqlite3.h>
 
 #include <linux/capability.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -1220,12 +1221,13 @@ TEST_F(MemoryDBTest, ColumnsAreReadByPositionNotByName)
     EXPECT_VARIANT(item.Min, 9LL);
 }
 
-TEST_F(MemoryDBDeathTest, TableWithTooFewColumnsEndsTheProcessInLoading)
+TEST_F(MemoryDBTest, TableWithTooFewColumnsIsNotRead)
 {
     open();
     ASSERT_EQ(Outsider().run("CREATE TABLE kel(a,b,c,d,e,f,g,h,i); INSERT INTO kel VALUES(5,'n',1,2,3,2,6,7,8)"),
               SQLITE_OK);
-    EXPECT_DEATH(database->loadMemoryDB(), "index>=0\\|\\|index<count\\(\\)");
+    EXPECT_TRUE(database->loadMemoryDB().empty());
+    EXPECT_FALSE(database->isLoadComplete());
 }
 
 TEST_F(MemoryDBTest, LoadsWithItsExactText)
@@ -2088,6 +2090,59 @@ TEST_F(MemoryDBTest, StatementsWaitForALockedFileAgainAfterTheQuestion)
     const CountedWaits counted(waits, [&] { EXPECT_EQ(other.run("COMMIT"), SQLITE_OK); });
     EXPECT_TRUE(database->insertDatas({makeItem(1, "a")}));
     EXPECT_EQ(waits, 1);
+}
+
+// A connection that has become useless
+
+TEST_F(MemoryDBTest, AConnectionThatMayOnlyReadIsOpenedAnewBeforeItWrites)
+{
+    openTable({makeItem(1, "a", 1)});
+    database.reset();
+    ASSERT_EQ(chmod("kelmem.db", 0400), 0);
+    {
+        const HeedPermissions heed;
+        open();
+        EXPECT_FALSE(database->updateDatas({makeItem(1, "a", 2)}));
+    }
+    ASSERT_EQ(chmod("kelmem.db", 0600), 0);
+    EXPECT_TRUE(database->updateDatas({makeItem(1, "a", 3)}));
+    EXPECT_EQ(valueOf(1), integer(3));
+}
+
+TEST_F(MemoryDBTest, AFileThatCouldNotBeOpenedIsOpenedWhenItCan)
+{
+    std::filesystem::create_directory("kelmem.db");
+    CkelMemoryDB early;
+    EXPECT_FALSE(early.hasMemoryDBTable());
+    std::filesystem::remove("kelmem.db");
+    openTable({makeItem(1, "a", 1)});
+    EXPECT_TRUE(early.hasMemoryDBTable());
+    EXPECT_TRUE(early.updateDatas({makeItem(1, "a", 2)}));
+    EXPECT_EQ(valueOf(1), integer(2));
+}
+
+TEST_F(MemoryDBTest, AFileThatTookThePlaceOfTheOpenOneIsWritten)
+{
+    openTable({makeItem(1, "old", 1)});
+    {
+        const Outsider other("other.db");
+        ASSERT_EQ(other.run(std::string(createText) + "INSERT INTO kel(ID, NameID) VALUES(1, 'new')"), SQLITE_OK);
+    }
+    std::filesystem::rename("other.db", "kelmem.db");
+    EXPECT_TRUE(database->updateDatas({makeItem(1, "a", 2)}));
+    EXPECT_EQ(Outsider().only("SELECT NameID, Value FROM kel"), "text new|" + integer(2));
+}
+
+TEST_F(MemoryDBTest, ADeletedFileIsMadeAnewAndItsTableByNobodyButThoseWhoAskForIt)
+{
+    openTable({makeItem(1, "a", 1)});
+    std::filesystem::remove("kelmem.db");
+    EXPECT_FALSE(database->updateDatas({makeItem(1, "a", 2)}));
+    EXPECT_FALSE(database->hasMemoryDBTable());
+    EXPECT_FALSE(database->insertDatas({makeItem(1, "a", 2)}));
+    EXPECT_TRUE(database->createMemoryDBTable());
+    EXPECT_TRUE(database->insertDatas({makeItem(1, "a", 3)}));
+    EXPECT_EQ(valueOf(1), integer(3));
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 
@@ -434,4 +435,107 @@ TEST_F(RogueFile, AFileOfAnotherOwnerStaysTheirs)
     ASSERT_EQ(stat(localFile, &status), 0);
     EXPECT_EQ(status.st_uid, nobody);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+TEST_F(RogueFile, APipeInThePlaceOfTheJournalIsRefusedAtOnce)
+{
+    writeLocalTable(savedRows);
+    ASSERT_EQ(mkfifo("kelmem.db-journal", 0600), 0);
+    start(dictionary, true, [this](Storage& storage) { expectUsable(storage); });
+    std::filesystem::remove("kelmem.db-journal");
+    EXPECT_EQ(localRows(), savedTable);
+}
+
+TEST_F(RogueFile, APipeThatTakesThePlaceOfTheJournalLaterIsRefusedAtOnce)
+{
+    writeLocalTable(savedRows);
+    CkelMemoryDB database;
+    ASSERT_TRUE(database.hasMemoryDBTable());
+    ASSERT_EQ(mkfifo("kelmem.db-journal", 0600), 0);
+    database.hasMemoryDBTable();
+    EXPECT_FALSE(database.insertDatas({makeItem(3, "three")}));
+    std::filesystem::remove("kelmem.db-journal");
+    EXPECT_TRUE(database.insertDatas({makeItem(3, "three")}));
+}
+
+// --- what a file claims to hold ---
+
+namespace {
+
+/// Lets the first two cells of the page change places.
+void exchangeCells(const std::string& path, std::size_t page)
+{
+    constexpr std::size_t pageSize = 4096;
+    constexpr std::size_t pointers = 8; // behind the header of a leaf
+    std::string bytes = readFile(path);
+    const auto first = bytes.begin() + static_cast<std::ptrdiff_t>((page - 1) * pageSize + pointers);
+    std::swap_ranges(first, first + 2, first + 2);
+    writeFile(path, bytes);
+}
+
+} // namespace
+
+TEST_F(RogueFile, ALocalTableWhoseKeysDoNotRiseIsNotReadToItsEnd)
+{
+    writeLocalTable(savedRows);
+    exchangeCells(localFile, 2);
+    CkelMemoryDB database;
+    database.loadMemoryDB();
+    EXPECT_FALSE(database.isLoadComplete());
+    start(dictionary, true, [this](Storage& storage) { expectUsable(storage); });
+    EXPECT_EQ(Database(localFile).rows("SELECT count(*) FROM kel"), Rows{"2"}) << "not rebuilt";
+}
+
+TEST_F(RogueFile, AConfigurationWhoseKeysDoNotRiseIsNotRead)
+{
+    Database("configuration.db")
+        .run(
+            "CREATE TABLE kel(ID INTEGER PRIMARY KEY, NameID, CommSource, DBSource, RW, Block, ValueT, Value, DefValue,"
+            "                 Max, Min); INSERT INTO kel "
+            "VALUES(1,'uno',0,0,0,0,9,5,0,0,0),(2,'due',0,0,0,0,9,6,0,0,0);");
+    exchangeCells("configuration.db", 2);
+    CkelMemoryDataStorage storage;
+    EXPECT_FALSE(storage.readDBFile("configuration.db"));
+    EXPECT_EQ(storage.nameID(2), "");
+}
+
+TEST_F(RogueFile, AnotherOrderThanThatOfTheFirstColumnIsNoDamage)
+{
+    for (const char* key : {"ID INTEGER PRIMARY KEY DESC", "ID INTEGER", "ID INT PRIMARY KEY", "ID TEXT UNIQUE"}) {
+        SCOPED_TRACE(key);
+        std::filesystem::remove("configuration.db");
+        Database("configuration.db")
+            .run("CREATE TABLE kel(" + std::string(key) +
+                 ", NameID, CommSource, DBSource, RW, Block, ValueT, Value, DefValue, Max, Min);"
+                 "INSERT INTO kel VALUES(2,'due',0,0,0,0,9,6,0,0,0),(1,'uno',0,0,0,0,9,5,0,0,0);");
+        CkelMemoryDataStorage storage;
+        EXPECT_TRUE(storage.readDBFile("configuration.db"));
+    }
+}
+
+TEST_F(RogueFile, ATableThatHoldsOneChildTwiceIsNotDropped)
+{
+    writeLocalTable("");
+    {
+        Database database(localFile);
+        for (int id = 1; id <= 200; ++id)
+            database.run("INSERT INTO kel(ID, NameID) VALUES(" + std::to_string(id) + ", '" + std::string(100, 'n') +
+                         "');");
+    }
+    constexpr std::size_t root = 4096; // the second page
+    constexpr std::size_t firstPointer = root + 12;
+    std::string bytes = readFile(localFile);
+    ASSERT_EQ(bytes[root], 5) << "an inner page";
+    const auto cellAt = [&](std::size_t pointer) {
+        return root + 256U * static_cast<unsigned char>(bytes[pointer]) +
+               static_cast<unsigned char>(bytes[pointer + 1]);
+    };
+    bytes.replace(cellAt(firstPointer + 2), 4, bytes.substr(cellAt(firstPointer), 4));
+    writeFile(localFile, bytes);
+
+    CkelMemoryDB database;
+    EXPECT_FALSE(database.rebuildMemoryDBTable({makeItem(1, "one")}));
+    database.loadMemoryDB();
+    EXPECT_FALSE(database.isLoadComplete());
+    EXPECT_TRUE(readFile(localFile) == bytes);
 }

@@ -1,10 +1,12 @@
 #include "tests/datastorage/surroundings.h"
+#include "database/kelsqliteclock.h"
 #include "datastorage/kelmemorydatastorage.h"
 #include "tests/datastorage/filefixture.h"
 #include "tests/datastorage/storagefixture.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -428,6 +430,7 @@ public:
         fileSystem().pNext = nullptr;
         fileSystem().xSleep = &PassingTime::sleep;
         current() = this;
+        Ombrin::kelSqliteNow = &PassingTime::now;
         EXPECT_EQ(sqlite3_vfs_register(&fileSystem(), 1), SQLITE_OK);
     }
 
@@ -437,6 +440,7 @@ public:
         sqlite3_vfs_register(original(), 1);
         const std::lock_guard<std::mutex> guard(lock());
         current() = nullptr;
+        Ombrin::kelSqliteNow = &std::chrono::steady_clock::now;
     }
 
     PassingTime(const PassingTime&) = delete;
@@ -468,6 +472,13 @@ private:
     {
         static std::mutex instance;
         return instance;
+    }
+
+    static std::chrono::steady_clock::time_point now()
+    {
+        const std::lock_guard<std::mutex> guard(lock());
+        const auto real = std::chrono::steady_clock::now();
+        return current() ? real + current()->m_waited : real;
     }
 
     static int sleep(sqlite3_vfs* /*fileSystem*/, int microseconds)
@@ -692,19 +703,19 @@ protected:
 
 } // namespace
 
-TEST_F(ForeignTable, OfTooFewColumnsEndsTheProcessWhenItHasRows)
+TEST_F(ForeignTable, OfTooFewColumnsIsNotReadAndKeptWhenItHasRows)
 {
-    KelTest::Database(localFile).run(
-        "CREATE TABLE kel(ID, NameID, CommSource, RW, Block, ValueT, Value, DefValue, Max);"
-        "INSERT INTO kel VALUES(1,'one',0,0,0,9,101.5,0,0);");
-    EXPECT_PROCESS_ENDS(CkelMemoryDataStorage().readConfigFile(dictionary, true), fewColumns);
-    EXPECT_PROCESS_ENDS(CkelMemoryDataStorage().readConfigFile("", true), fewColumns);
-}
-
-TEST_F(ForeignTable, OfOneColumnEndsTheProcessWhenItHasRows)
-{
-    KelTest::Database(localFile).run("CREATE TABLE kel(ID); INSERT INTO kel VALUES(1);");
-    EXPECT_PROCESS_ENDS(CkelMemoryDataStorage().readConfigFile(dictionary, true), fewColumns);
+    for (const std::string columns : {"ID, NameID, CommSource, RW, Block, ValueT, Value, DefValue, Max", "ID"}) {
+        std::filesystem::remove(localFile);
+        KelTest::Database(localFile).run("CREATE TABLE kel(" + columns + "); INSERT INTO kel(ID) VALUES(1);");
+        start(dictionary, true, [this](Storage& storage) {
+            EXPECT_TRUE(storage.hasLocalDB());
+            EXPECT_VARIANT(storage.queryValue(1), 1.5);
+            expectUsable(storage);
+        });
+        start("", true, [](Storage& storage) { EXPECT_EQ(storage.nameID(1), ""); });
+        EXPECT_EQ(KelTest::Database(localFile).rows("SELECT ID FROM kel"), Rows{"1"});
+    }
 }
 
 TEST_F(ForeignTable, OfTooFewColumnsAsConfigurationEndsTheProcessWhenItHasRows)
@@ -900,4 +911,20 @@ TEST_F(ConfigurationFile, ThatIsADictionaryOf200MegabytesLoads)
     });
     std::filesystem::remove("large.json");
     EXPECT_EQ(localRows().size(), 2U);
+}
+
+TEST_F(ConfigurationFile, ThatIsADictionaryPipeIsReportedAtOnceAndDoneWithout)
+{
+    std::filesystem::remove(dictionary);
+    ASSERT_EQ(mkfifo(dictionary, 0600), 0);
+    writeLocalTable(savedRows);
+    start(
+        dictionary, true, [](Storage& storage) { EXPECT_VARIANT(storage.queryValue(1), 101.5); }, openError);
+}
+
+TEST_F(ConfigurationFile, ThatIsADatabasePipeIsDoneWithoutAtOnce)
+{
+    ASSERT_EQ(mkfifo("configuration.db", 0600), 0);
+    writeLocalTable(savedRows);
+    start("configuration.db", true, [](Storage& storage) { EXPECT_VARIANT(storage.queryValue(1), 101.5); });
 }

@@ -1,3 +1,4 @@
+#include "datastorage/kelmeorydbworkthread.h"
 #include "tests/datastorage/drivenstorage.h"
 #include "tests/datastorage/sqlfile.h"
 #include "tests/datastorage/storagefixture.h"
@@ -14,6 +15,15 @@ using namespace KelTest;
 namespace {
 
 using Storage = CkelAbstractDataStorage;
+
+/// Explicit instantiation may name a private member.
+template <auto Member>
+struct ReachThread
+{
+    friend auto& workThreadOf(CkelMemoryDB& database) { return database.*Member; }
+};
+auto& workThreadOf(CkelMemoryDB& database);
+template struct ReachThread<&CkelMemoryDB::m_thread>;
 
 /// A hundred items of the IDs 1 to 100, "item1" to "item100", value type 9, value 1.0; saved in the local table.
 class HundredItems : public DrivenStorage
@@ -560,4 +570,12 @@ TEST_F(Collection, ATickDoesNotWaitForALockedFileWhileBlocksWait)
     EXPECT_EQ(storage.takeBlocks().size(), 1U) << "the table is known, so changes are collected";
     ASSERT_TRUE(other.run("COMMIT"));
     writer.join();
+}
+
+TEST_F(BlockQueue, StartsAWorkerThatCouldNotBeStartedBefore)
+{
+    auto& thread = workThreadOf(database);
+    thread = std::make_unique<CkelMeoryDBWorkThread>();
+    database.push(blockOf(tagDBBlock::Insert, 1));
+    EXPECT_TRUE(thread->isRunning());
 }

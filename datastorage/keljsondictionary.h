@@ -20,8 +20,8 @@ struct JsonDictionaryShape
     rapidjson::Value item{rapidjson::kObjectType}; ///< null when any item is no object
 };
 
-/// Hands on what of a text's events belongs to a dictionary: `Sink` has begin() and end() for each item, and
-/// setField() for each of its members that is no object and no array.
+/// SAX filter: passes the items of a dictionary to `Sink`. It calls begin() for each item, setField() for each of its
+/// members that is no object and no array, and end(), which returns whether to go on.
 template <typename Sink>
 class JsonDictionaryEvents
 {
@@ -29,6 +29,7 @@ public:
     explicit JsonDictionaryEvents(Sink sink) : m_sink(std::move(sink)) {}
 
     const JsonDictionaryShape& shape() const { return m_shape; }
+    const Sink& sink() const { return m_sink; }
 
     // RapidJSON's names and types. Each returns whether to go on.
 
@@ -85,8 +86,8 @@ public:
         if (m_ignored > 0) {
             --m_ignored;
         } else if (m_place == Place::Item) {
-            m_sink.end();
             m_place = Place::Items;
+            return m_sink.end();
         }
         return true;
     }

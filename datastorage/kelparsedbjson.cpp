@@ -9,6 +9,7 @@
 #include "kernel/kelstring.h"
 
 #include <rapidjson/document.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cassert>
@@ -20,8 +21,7 @@ namespace Ombrin {
 
 namespace {
 
-/// Ends the process unless the text is a dictionary. The assertion must stay on its line: service staff find it in logs
-/// by its number.
+// Ends the process unless the text is a dictionary. Service staff find its assertion in logs: it must stay on its line.
 void checkRoot(const JsonDictionaryShape& shape)
 {
     CkelReport::printHeld();
@@ -38,6 +38,13 @@ void checkRoot(const JsonDictionaryShape& shape)
 std::uint8_t lowByte(const rapidjson::Value& number)
 {
     return static_cast<std::uint8_t>(number.GetUint());
+}
+
+/// A FIFO would block the reader, a device need not end.
+bool isRegularFile(const char* name)
+{
+    struct stat status = {};
+    return stat(name, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 /// The size is known where this is called, so that most keys are told apart by their lengths alone.
@@ -62,15 +69,35 @@ std::size_t likelyItems(const char* text)
 /// Makes the records while the text is read.
 struct CkelParseDBJson::Items
 {
-    void begin() { parser.m_data.ID = 0; }
-    void setField(std::string_view key, const rapidjson::Value& value) { parser.setField(key, value); }
-    void end()
+    void begin()
     {
-        if (parser.m_data.ID != 0)
-            parser.m_dataList.push_back(parser.m_data);
+        parser.m_data.ID = 0;
+        hasName = false;
+    }
+    void setField(std::string_view key, const rapidjson::Value& value)
+    {
+        hasName = hasName || (is(key, "NameID") && value.IsString());
+        parser.setField(key, value);
+    }
+    /// False when the items inherit more than is read.
+    bool end()
+    {
+        if (parser.m_data.ID == 0)
+            return true;
+        if (!hasName)
+            inherited += parser.m_data.NameID.size();
+        if (inherited > mostInherited)
+            return false;
+        parser.m_dataList.push_back(parser.m_data);
+        return true;
     }
 
+    // Each record has a copy of its name: without a limit, a small file could take all memory.
+    static constexpr std::size_t mostInherited = 16 << 20; // bytes
+
     CkelParseDBJson& parser;
+    bool hasName = false;
+    std::size_t inherited = 0; // bytes of names
 };
 
 CkelParseDBJson::CkelParseDBJson() = default;
@@ -86,7 +113,7 @@ const std::vector<tagStorageData>& CkelParseDBJson::unread()
 const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fileName)
 {
     CkelFile file(CkelString::fromAscii(fileName.c_str(), -1));
-    if (!file.open(CkelDevice::ReadOnly)) {
+    if (!isRegularFile(fileName.c_str()) || !file.open(CkelDevice::ReadOnly)) {
         CkelReport::print("CkelParseDBJson::Parse： open error");
         return unread();
     }
@@ -98,6 +125,11 @@ const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fil
     rapidjson::StringStream text(bytes.data());
     JsonDictionaryEvents<Items> events(Items{*this});
     const bool isJson = !JsonReader().Parse<rapidjson::kParseIterativeFlag>(text, events).IsError(); // spares the stack
+    if (events.sink().inherited > Items::mostInherited) {
+        CkelReport::print("CkelParseDBJson::Parse: the items inherit names of more than 16 MiB");
+        m_dataList = {};
+        return unread();
+    }
     const JsonDictionaryShape none;
     checkRoot(isJson ? events.shape() : none);
     if (m_dataList.capacity() > 2 * m_dataList.size()) // most of the braces were other objects'

@@ -1052,3 +1052,31 @@ TEST_F(DictionaryInCommaLocale, NumbersArePrintedWithAPoint)
     parser.printJson(json(R"({"ID":1234567,"Value":35.5})"), 2);
     EXPECT_EQ(output.standardOutput(), " id = 1234567\n Value = 35.5\n");
 }
+
+// What items may inherit
+
+TEST_F(DictionaryParser, ItemsThatInheritNamesOfManyMegabytesAreReportedAndNotRead)
+{
+    const std::string name(1 << 20, 'n');
+    std::string items = R"({"ID":1,"NameID":")" + name + R"("})";
+    for (int id = 2; id <= 17; ++id)
+        items += R"(,{"ID":)" + std::to_string(id) + "}";
+    KelTest::writeDictionary("large.json", items);
+    EXPECT_EQ(parser.parse("large.json").size(), 17U) << "16 MiB are read";
+
+    KelTest::writeDictionary("large.json", items + R"(,{"ID":18})");
+    KelTest::CapturedOutput output;
+    EXPECT_EQ(&parser.parse("large.json"), &CkelParseDBJson::unread());
+    EXPECT_EQ(output.standardOutput(), "CkelParseDBJson::Parse: the items inherit names of more than 16 MiB\n");
+    EXPECT_TRUE(parser.dataList().empty());
+}
+
+TEST_F(DictionaryParser, NamesThatItemsHaveThemselvesAreNotCountedAsInherited)
+{
+    const std::string name(1 << 20, 'n');
+    std::string items;
+    for (int id = 1; id <= 20; ++id)
+        items += (id > 1 ? "," : "") + (R"({"ID":)" + std::to_string(id) + R"(,"NameID":")") + name + R"("})";
+    KelTest::writeDictionary("large.json", items);
+    EXPECT_EQ(CkelParseDBJson().parse("large.json").size(), 20U);
+}

@@ -2,6 +2,7 @@
 
 #include "datastorage/kelmemorydatastorage.h"
 #include "kernel/kelmutex.h"
+#include "kernel/kelreport.h"
 
 #include <mutex>
 #include <utility>
@@ -23,6 +24,15 @@ auto CkelSafeMemoryStorage::locked(Call call) const
     CkelMutex* const mutex = m_storage->mutex();
     const auto lock = mutex ? std::unique_lock<CkelMutex>(*mutex) : std::unique_lock<CkelMutex>();
     return call(*m_storage);
+}
+
+/// The same for operations that report on standard output. They print when the lock is free again: an output that
+/// nobody reads must not stop the other threads.
+template <typename Call>
+auto CkelSafeMemoryStorage::lockedWithReports(Call call) const
+{
+    const CkelReport::Hold reports;
+    return locked(call);
 }
 
 std::string CkelSafeMemoryStorage::nameID(unsigned int id) const
@@ -62,12 +72,12 @@ std::vector<unsigned int> CkelSafeMemoryStorage::commSourceList(const std::vecto
 
 void CkelSafeMemoryStorage::insertData(const tagStorageData& record)
 {
-    locked([&](CkelAbstractDataStorage& storage) { return storage.insertData(record); });
+    lockedWithReports([&](CkelAbstractDataStorage& storage) { return storage.insertData(record); });
 }
 
 void CkelSafeMemoryStorage::insertDataList(const std::vector<tagStorageData>& records)
 {
-    locked([&](CkelAbstractDataStorage& storage) { return storage.insertDataList(records); });
+    lockedWithReports([&](CkelAbstractDataStorage& storage) { return storage.insertDataList(records); });
 }
 
 void CkelSafeMemoryStorage::deleteData(unsigned int id)
@@ -103,7 +113,7 @@ void CkelSafeMemoryStorage::deleteDataListBetween(unsigned int from, unsigned in
 void CkelSafeMemoryStorage::deleteDataListByField(std::string field, FieldType type, const CkelVariant& value,
                                                   Operator op)
 {
-    locked([&](CkelAbstractDataStorage& storage) {
+    lockedWithReports([&](CkelAbstractDataStorage& storage) {
         return storage.deleteDataListByField(std::move(field), type, value, op);
     });
 }
@@ -261,14 +271,14 @@ void CkelSafeMemoryStorage::updateDataList(const std::vector<tagStorageData>& re
 std::vector<CkelVariant> CkelSafeMemoryStorage::queryValueListByField(const std::string& field, FieldType type,
                                                                       const CkelVariant& value, Operator op) const
 {
-    return locked(
+    return lockedWithReports(
         [&](CkelAbstractDataStorage& storage) { return storage.queryValueListByField(field, type, value, op); });
 }
 
 std::vector<tagStorageData> CkelSafeMemoryStorage::queryDataListByField(const std::string& field, FieldType type,
                                                                         const CkelVariant& value, Operator op) const
 {
-    return locked(
+    return lockedWithReports(
         [&](CkelAbstractDataStorage& storage) { return storage.queryDataListByField(field, type, value, op); });
 }
 
@@ -279,7 +289,7 @@ void CkelSafeMemoryStorage::reset()
 
 void CkelSafeMemoryStorage::readConfigFile(const std::string& path, bool useLocalDB)
 {
-    locked([&](CkelAbstractDataStorage& storage) { return storage.readConfigFile(path, useLocalDB); });
+    lockedWithReports([&](CkelAbstractDataStorage& storage) { return storage.readConfigFile(path, useLocalDB); });
 }
 
 bool CkelSafeMemoryStorage::hasLocalDB() const

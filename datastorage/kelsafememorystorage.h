@@ -162,6 +162,8 @@ public:
 private:
     template <typename Call>
     auto locked(Call call) const;
+    template <typename Call>
+    auto lockedWithReports(Call call) const;
 
     // Typed as the interface on purpose: it decides the results of the two operations above.
     const std::unique_ptr<CkelAbstractDataStorage> m_storage;

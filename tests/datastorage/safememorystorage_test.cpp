@@ -8,7 +8,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
+#include <iostream>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -448,4 +451,54 @@ TEST_F(SafeAndPlainStorage, RandomOperationsGiveTheSameResults)
         testing::internal::CaptureStdout();
     }
     testing::internal::GetCapturedStdout();
+}
+
+// Reports
+
+namespace {
+
+/// Takes what is printed, and asks the storage from another thread meanwhile.
+class AskingOutput : public std::stringbuf
+{
+public:
+    explicit AskingOutput(const CkelAbstractDataStorage& storage) : m_storage(storage), m_before(std::cout.rdbuf(this))
+    {}
+    ~AskingOutput() override { std::cout.rdbuf(m_before); }
+    AskingOutput(const AskingOutput&) = delete;
+    AskingOutput& operator=(const AskingOutput&) = delete;
+
+    int answered() const { return m_answered; }
+
+protected:
+    std::streamsize xsputn(const char* text, std::streamsize size) override
+    {
+        auto answer = std::async(std::launch::async, [this] { return m_storage.ID("nobody"); });
+        const bool isAnswered = answer.wait_for(std::chrono::seconds(2)) == std::future_status::ready;
+        m_answered += isAnswered ? 1 : 0;
+        m_waiting.push_back(std::move(answer));
+        return std::stringbuf::xsputn(text, size);
+    }
+
+private:
+    const CkelAbstractDataStorage& m_storage;
+    std::streambuf* const m_before;
+    int m_answered = 0;
+    std::vector<std::future<unsigned int>> m_waiting;
+};
+
+} // namespace
+
+TEST_F(SafeStorage, OthersAreAnsweredWhileAReportIsPrinted)
+{
+    std::ofstream("dictionary.json") << R"({"kel":[{"ID":1,"NameID":"one"}]})";
+    storage.readConfigFile("dictionary.json", true);
+    AskingOutput output(storage);
+    storage.insertData(makeItem(1, "again"));
+    storage.queryValueListByField("RW", CkelAbstractDataStorage::AnyFieldType, 1, CkelAbstractDataStorage::Equal);
+    storage.readConfigFile("missing.json", true);
+    EXPECT_EQ(output.answered(), 3);
+    EXPECT_EQ(output.str(),
+              "CkelMemoryDataStorage::insertData: ID= 1 Already Exists\n"
+              "CkelMemoryDataStorage::deleteDataListByField: Not Support ByFieldRW\n"
+              "CkelParseDBJson::Parse： open error\n");
 }

@@ -326,11 +326,11 @@ bool CkelMemoryDB::lookForTable()
     return look();
 }
 
-/// False when the file gives no answer. A locked file leaves what was known.
+/// False when the file gives no answer, which leaves what was known.
 bool CkelMemoryDB::look() const
 {
     const TableState seen = queryTable();
-    if (seen != TableState::Unknown || basicCodeOf(m_database.lastResult()) != SQLITE_BUSY)
+    if (seen != TableState::Unknown)
         m_table = seen;
     return seen != TableState::Unknown;
 }
@@ -423,6 +423,7 @@ void CkelMemoryDB::refreshConnection()
         return;
     m_database.refresh();
     m_isTableSound = false;
+    m_table = TableState::Unknown;
     look();
 }
 

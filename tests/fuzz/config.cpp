@@ -157,6 +157,8 @@ void compare(const CkelMemoryDataStorage& storage)
 
 } // namespace
 
+const std::vector<std::string> KelFuzz::endingChecks{"index>=0||index<count()"};
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     KelFuzz::keepFilesInMemory();

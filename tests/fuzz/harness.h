@@ -9,6 +9,7 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -22,6 +23,9 @@ inline void require(bool holds, const char* what)
     std::fprintf(stderr, "Not so: %s\n", what);
     __builtin_trap();
 }
+
+/// The expressions of the checks that may end a case of the target; each target defines its own.
+extern const std::vector<std::string> endingChecks;
 
 /// Runs a case of which a process-ending check may be the right end. Returns the expression of the check that failed,
 /// or null. Outside the fuzz build the process does end.

@@ -157,6 +157,8 @@ const char* checkThatFails(const rapidjson::Document& document)
 
 } // namespace
 
+const std::vector<std::string> KelFuzz::endingChecks{"IsObject()", "IsArray()", "false"};
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static const MemoryFile file;

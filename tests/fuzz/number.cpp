@@ -176,6 +176,8 @@ void checkEquality(double real, long long integer)
 
 } // namespace
 
+const std::vector<std::string> KelFuzz::endingChecks{};
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     checkText(std::string(reinterpret_cast<const char*>(data), size));

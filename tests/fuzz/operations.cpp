@@ -624,6 +624,8 @@ private:
 
 } // namespace
 
+const std::vector<std::string> KelFuzz::endingChecks{};
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static auto& everything = *new Everything;

@@ -1,8 +1,11 @@
 #include "tests/reliability/faultyvfs.h"
 
+#include "database/kelsqliteclock.h"
+
 #include <sqlite3.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <new>
 
@@ -19,6 +22,7 @@ struct State
     bool lasting = false;
     bool hit = false;
     std::atomic<long> calls{0};
+    std::chrono::microseconds skipped{0}; // of pauses, which take no time while armed
 };
 
 State& state()
@@ -179,10 +183,19 @@ int sleepFor(sqlite3_vfs* /*fileSystem*/, int microseconds)
     {
         State& s = state();
         const std::lock_guard<std::mutex> lock(s.mutex);
-        if (s.armed)
+        if (s.armed) {
+            s.skipped += std::chrono::microseconds(microseconds);
             return microseconds;
+        }
     }
     return original()->xSleep(original(), microseconds);
+}
+
+std::chrono::steady_clock::time_point now()
+{
+    State& s = state();
+    const std::lock_guard<std::mutex> lock(s.mutex);
+    return std::chrono::steady_clock::now() + s.skipped;
 }
 
 sqlite3_vfs& fileSystem()
@@ -218,12 +231,14 @@ FaultyVfs::FaultyVfs()
     fileSystem().xAccess = accessFile;
     fileSystem().xSleep = sleepFor;
     state(); // made before a call through SQLite could run out of memory for it
+    Ombrin::kelSqliteNow = &now;
     sqlite3_vfs_register(&fileSystem(), 1);
 }
 
 FaultyVfs::~FaultyVfs()
 {
     disarm();
+    Ombrin::kelSqliteNow = &std::chrono::steady_clock::now;
     sqlite3_vfs_unregister(&fileSystem());
     sqlite3_vfs_register(original(), 1);
 }

@@ -32,7 +32,8 @@ class KEL_EXPORT CkelMemoryDataStorage : public CkelAbstractDataStorage
 {
 public:
     /// Opens "kelmem.db", and makes it if it is missing; starts the storage's timer of one second on the constructing
-    /// thread. `parent` owns the storage.
+    /// thread. `parent` owns the storage. Waits up to five seconds for a file that another program holds locked. Throws
+    /// std::system_error when the system has no file descriptors for the thread's first timer.
     explicit CkelMemoryDataStorage(CkelObject* parent = nullptr);
 
     /// Changes that have not reached the file are lost: they take one to two seconds, longer when blocks wait.

@@ -83,7 +83,7 @@ public:
     bool insertData(const tagStorageData& record);
 
     /// The same for several, in one transaction. A record that SQLite refuses is left out, and the result still true;
-    /// false means that nothing was written.
+    /// false means that nothing was written, or that the file could not be unlocked after the commit.
     bool insertDatas(const std::vector<tagStorageData>& records);
 
     /// Sets the value of one row and nothing else. True also when there is no such row. A null variant becomes 0, NaN
@@ -95,7 +95,7 @@ public:
     bool updateValues(const std::vector<unsigned int>& ids, const std::vector<CkelVariant>& values);
 
     /// Sets everything but the name in the rows of the records' IDs, in one transaction; records without a row are
-    /// skipped. False means that nothing was written.
+    /// skipped. False as for insertDatas().
     bool updateDatas(const std::vector<tagStorageData>& records);
 
     /// True also when there is no such row.

@@ -31,9 +31,8 @@ namespace Ombrin {
 class KEL_EXPORT CkelSafeMemoryStorage : public CkelAbstractDataStorage
 {
 public:
-    /// Opens "kelmem.db" and starts a timer of one second on the constructing thread, as CkelMemoryDataStorage does, and
-    /// throws what that throws.
-    /// `parent` owns the storage.
+    /// Opens "kelmem.db" and starts a timer of one second on the constructing thread, as CkelMemoryDataStorage does,
+    /// and throws what that throws. `parent` owns the storage.
     explicit CkelSafeMemoryStorage(CkelObject* parent = nullptr);
     ~CkelSafeMemoryStorage() override;
 

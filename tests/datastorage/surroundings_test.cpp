@@ -477,8 +477,9 @@ private:
     static std::chrono::steady_clock::time_point now()
     {
         const std::lock_guard<std::mutex> guard(lock());
-        const auto real = std::chrono::steady_clock::now();
-        return current() ? real + current()->m_waited : real;
+        if (!current())
+            return std::chrono::steady_clock::now();
+        return std::chrono::steady_clock::time_point() + current()->m_waited; // it passes in the waits alone
     }
 
     static int sleep(sqlite3_vfs* /*fileSystem*/, int microseconds)

@@ -7,10 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <asio/error.hpp>
+
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
@@ -546,7 +549,7 @@ TEST_F(ObjectTimer, TimeOutGoesThroughEvent)
 
 // Processes without file descriptors
 
-/// Lets the process open no further file descriptors.
+/// Lets the process open no further file descriptors, unless it rehearses.
 class NoDescriptors
 {
 public:
@@ -554,16 +557,20 @@ public:
     {
         getrlimit(RLIMIT_NOFILE, &m_before);
         rlimit none = m_before;
-        none.rlim_cur = 0;
+        none.rlim_cur = rehearsal ? m_before.rlim_cur : 0;
         setrlimit(RLIMIT_NOFILE, &none);
     }
     ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
     NoDescriptors(const NoDescriptors&) = delete;
     NoDescriptors& operator=(const NoDescriptors&) = delete;
 
+    static bool rehearsal;
+
 private:
     rlimit m_before{};
 };
+
+bool NoDescriptors::rehearsal = true;
 
 template <typename Operation>
 bool throwsSystemError(Operation operation)
@@ -576,13 +583,16 @@ bool throwsSystemError(Operation operation)
     return false;
 }
 
-/// Ends the process with status 0 when `work` returns true on a thread that has no loop yet.
+/// Ends the process with status 0 when `work` returns true on a thread that has no loop yet. The rehearsal is for
+/// UBSan, which opens descriptors itself where it sees a type for the first time.
 template <typename Work>
 [[noreturn]] void endWith(Work work)
 {
-    bool good = false;
-    std::thread thread([&] { good = work(); });
-    thread.join();
+    bool good = !std::error_code(EMFILE, asio::error::get_system_category()).message().empty();
+    const auto run = [&] { good = work(); };
+    std::thread(run).join();
+    NoDescriptors::rehearsal = false;
+    std::thread(run).join();
     std::_Exit(good ? 0 : 1);
 }
 
@@ -650,6 +660,8 @@ TEST(DescriptorsDeathTest, ObjectsThatCannotMoveWithoutThemKeepTheirTimers)
             const NoDescriptors none;
             threw = throwsSystemError([&] { parent.moveToThread(&thread); });
         }
+        if (!threw)
+            return false;
         const bool ranHere = runsItsTimer(*object);
         const bool moved = parent.moveToThread(&thread);
         std::atomic<bool> ranThere{false};
@@ -658,7 +670,7 @@ TEST(DescriptorsDeathTest, ObjectsThatCannotMoveWithoutThemKeepTheirTimers)
         for (const auto limit = Clock::now() + 10s; !ranThere && Clock::now() < limit;)
             std::this_thread::sleep_for(100us);
         thread.terminate();
-        return threw && ranHere && moved && ranThere;
+        return ranHere && moved && ranThere;
     };
     EXPECT_EXIT(endWith(work), testing::ExitedWithCode(0), "");
 }

@@ -11,7 +11,7 @@ set(pages
   CHANGELOG.md
   docs/abi.md
   docs/benchmarks.md
-  docs/contributing.md
+  CONTRIBUTING.md
   docs/dictionary.md
   docs/keldict.md
   docs/kernel.md

@@ -123,15 +123,17 @@ in_preset()
     (cd "$(repo_root)" && "${wrapper[@]}" "$@")
 }
 
+# A warning fails the build where KEL_WARNINGS_AS_ERRORS is ON in the environment, as in CI.
 configure_preset()
 {
-    local root stamp
+    local root stamp strict=${KEL_WARNINGS_AS_ERRORS:-OFF}
     root=$(repo_root)
     stamp=$root/build/$1/.configured
     # Ninja itself configures again after a change of a CMake file, but knows nothing of the presets.
-    if [[ ! -f $stamp || ! -f $root/build/$1/build.ninja || $root/CMakePresets.json -nt $stamp ]]; then
-        run_quietly in_preset "$1" cmake --preset "$1" || return
-        touch "$stamp"
+    if [[ ! -f $stamp || ! -f $root/build/$1/build.ninja || $root/CMakePresets.json -nt $stamp ||
+        $(<"$stamp") != "$strict" ]]; then
+        run_quietly in_preset "$1" cmake --preset "$1" -DKEL_WARNINGS_AS_ERRORS="$strict" || return
+        echo "$strict" >"$stamp"
     fi
 }
 

@@ -2,9 +2,14 @@
 #include <kernel/kelapplicationplus.h>
 #include <kernel/keldatasensor.h>
 #include <kernel/kelevent.h>
+#include <kernel/kelversion.h>
 
 #include <fstream>
 #include <iostream>
+
+#if KEL_VERSION_MAJOR != 1
+#error "this program is made for version 1"
+#endif
 
 using namespace Ombrin;
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks README.md, CHANGELOG.md and docs/*.md: pages_test.sh ROOT
+# Checks README.md, the other pages of this folder and docs/*.md: pages_test.sh ROOT
 #
 # Every relative link leads to a file and, behind "#", to a heading. A code block below "<!-- file: PATH -->" is the
 # text of that file. A text of a picture that has columns keeps them: browsers do not inherit xml:space.
@@ -48,7 +48,7 @@ check_block()
 
 links=0
 blocks=0
-for page in README.md CHANGELOG.md docs/*.md; do
+for page in README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md docs/*.md; do
     while read -r target; do
         check_link "$page" "$target"
         links=$((links + 1))

@@ -6,8 +6,9 @@
 #include "failure.h"
 #include "report.h"
 #include "show.h"
-#include "version.h"
 #include "words.h"
+
+#include "kernel/kelversion.h"
 
 #include <CLI/CLI.hpp>
 
@@ -214,7 +215,7 @@ int run(int argc, const char* const* argv)
                  "keldict");
     Options options;
     app.set_help_flag("-h,--help", "Show this text");
-    app.set_version_flag("--version", std::string("keldict ") + version, "Show the version");
+    app.set_version_flag("--version", "keldict " KEL_VERSION, "Show the version");
     app.require_subcommand(1);
     addCheck(app, options);
     addConvert(app, options);

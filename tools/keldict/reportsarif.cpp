@@ -1,7 +1,8 @@
 #include "report.h"
 
 #include "jsonwriter.h"
-#include "version.h"
+
+#include "kernel/kelversion.h"
 
 #include <algorithm>
 #include <ostream>
@@ -46,7 +47,7 @@ void writeRules(JsonWriter& json)
 void writeTool(JsonWriter& json)
 {
     json.key("tool").beginObject().key("driver").beginObject();
-    json.text("name", "keldict").text("version", version);
+    json.text("name", "keldict").text("version", KEL_VERSION);
     writeRules(json);
     json.endObject().endObject();
 }

@@ -1030,7 +1030,7 @@ private:
     int m_deepest = 0;
 };
 
-constexpr int manyEvents = 100000;  // more than the stack has room for when each is delivered inside the one before
+constexpr int manyEvents = 30000;   // more than the stack has room for when each is delivered inside the one before
 constexpr int deepestTurn = 64 + 1; // the last one calls a processEvents() that returns at once
 
 TEST_F(DataSensor, EveryHandlerMayCallProcessEventsHoweverManyEventsWait)

@@ -1,5 +1,6 @@
 #include "database/kelforeignfile.h"
 
+#include "database/kelsqlitestatement.h"
 #include "kernel/kelmutex.h"
 
 #include <sqlite3.h>
@@ -10,6 +11,7 @@
 #include <limits>
 #include <list>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace Ombrin {
@@ -93,6 +95,28 @@ void distrustFile(sqlite3* connection)
     // Without it a damaged page may be read beyond its end, with rows out of what the memory held before.
     sqlite3_exec(connection, "PRAGMA cell_size_check=ON", nullptr, nullptr, nullptr);
     sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, longestRow);
+}
+
+bool isKeyedByFirstColumn(sqlite3* connection, const std::string& table)
+{
+    constexpr int typeColumn = 2; // of the answer
+    constexpr int keyColumn = 5;  // the column's place in the primary key, from 1
+    int seen = 0;
+    int keys = 0;
+    bool isKeyed = false;
+    const CkelSqliteStatement columns(connection, "PRAGMA table_xinfo(" + table + ")");
+    while (columns.isValid() && sqlite3_step(columns.handle()) == SQLITE_ROW) {
+        const bool isKey = sqlite3_column_int64(columns.handle(), keyColumn) != 0;
+        const auto* const type = reinterpret_cast<const char*>(sqlite3_column_text(columns.handle(), typeColumn));
+        keys += isKey ? 1 : 0;
+        isKeyed = isKeyed || (isKey && seen == 0 && type && std::string_view(type) == "INTEGER");
+        ++seen;
+    }
+    // A descending key and one without row numbers come in another order.
+    const CkelSqliteStatement others(connection, "SELECT 1 FROM sqlite_master WHERE tbl_name='" + table +
+                                                     "' COLLATE NOCASE AND (name LIKE 'sqlite_autoindex%' OR sql LIKE "
+                                                     "'%DESC%' OR sql LIKE '%WITHOUT%') LIMIT 1;");
+    return isKeyed && keys == 1 && others.isValid() && sqlite3_step(others.handle()) == SQLITE_DONE;
 }
 
 void CkelForeignSteps::watch(sqlite3* connection)

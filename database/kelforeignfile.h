@@ -4,6 +4,7 @@
 #include "kernel/kelglobal.h"
 
 #include <atomic>
+#include <string>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -20,6 +21,9 @@ KEL_EXPORT int openForeignFile(const char* name, int flags, sqlite3** connection
 /// Nothing in the file is run, nothing but tables is read, and what a table's constraints compute reaches nothing
 /// outside and takes no more memory than a row may have.
 KEL_EXPORT void distrustFile(sqlite3* connection);
+
+/// Whether the first column of the table is surely the rows' number, in whose order SQLite returns them.
+KEL_EXPORT bool isKeyedByFirstColumn(sqlite3* connection, const std::string& table);
 
 /// Ends a statement with an error when it takes far more steps than a sound file of this size needs, as a search
 /// through pages that contain each other does.
@@ -43,7 +47,7 @@ private:
 class KEL_EXPORT CkelForeignRows
 {
 public:
-    /// `isKeyed`: the first column is the key, in whose order the rows come.
+    /// `isKeyed`: see isKeyedByFirstColumn().
     CkelForeignRows(sqlite3* connection, bool isKeyed);
 
     /// Whether the file can hold the row on which `row` stands, beside those before. Looks at the first `columns`.

@@ -2,6 +2,7 @@
 
 #include "database/kelsqlitedboperator.h"
 
+#include "database/kelforeignfile.h"
 #include "database/kelsqlitedb.h"
 #include "kernel/kelstring.h"
 
@@ -117,7 +118,8 @@ std::vector<std::string> CkelSqliteDBOperator::tables() const
 bool CkelSqliteDBOperator::forEachRow(const std::string& text, int columns,
                                       const std::function<bool(const CkelSqliteVariantVector&)>& visit) const
 {
-    return isReady() && isStored(columns) && m_database->forEachStoredRow(text, columns, isKeyedByFirstColumn(), visit);
+    return isReady() && isStored(columns) &&
+           m_database->forEachStoredRow(text, columns, isKeyedByFirstColumn(m_database->handle(), m_table), visit);
 }
 
 /// Whether there is the table and the file holds its first `columns` columns, so that reading them computes nothing.
@@ -131,28 +133,6 @@ bool CkelSqliteDBOperator::isStored(int columns) const
         ++seen;
     };
     return m_database->forEachRow("PRAGMA table_xinfo(" + m_table + ")", visit) && seen > 0 && !computed;
-}
-
-/// Whether the first column is surely the rows' number, in whose order SQLite returns them.
-bool CkelSqliteDBOperator::isKeyedByFirstColumn() const
-{
-    constexpr int typeColumn = 2; // of the answer
-    constexpr int keyColumn = 5;  // the column's place in the primary key, from 1
-    int seen = 0;
-    int keys = 0;
-    bool isKeyed = false;
-    m_database->forEachRow("PRAGMA table_xinfo(" + m_table + ")", [&](const CkelSqliteVariantVector& row) {
-        const bool isKey = row.toValue<long long>(keyColumn) != 0;
-        keys += isKey ? 1 : 0;
-        isKeyed = isKeyed || (isKey && seen == 0 && row.toValue<std::string>(typeColumn) == "INTEGER");
-        ++seen;
-    });
-    // A descending key and one without row numbers come in another order.
-    m_database->forEachRow("SELECT 1 FROM sqlite_master WHERE tbl_name='" + m_table +
-                               "' COLLATE NOCASE AND (name LIKE 'sqlite_autoindex%' OR sql LIKE '%DESC%' OR sql LIKE "
-                               "'%WITHOUT%') LIMIT 1;",
-                           [&](const CkelSqliteVariantVector& /*row*/) { isKeyed = false; });
-    return isKeyed && keys == 1;
 }
 
 std::string CkelSqliteDBOperator::createText(const std::vector<Column>& columns) const

@@ -126,7 +126,6 @@ public:
 private:
     bool isReady() const { return isValid() && hasSelectTable(); }
     bool isStored(int columns) const;
-    bool isKeyedByFirstColumn() const;
 
     CkelSqliteDB* const m_database;
     std::string m_table;

@@ -20,6 +20,22 @@ struct JsonDictionaryShape
     rapidjson::Value item{rapidjson::kObjectType}; ///< null when any item is no object
 };
 
+/// Bounds the names that items inherit. Each record has a copy of its name: without a limit, a small file could take
+/// all memory.
+class JsonInheritedNames
+{
+public:
+    /// Counts a name that an item with an ID has from an item before.
+    void add(std::string_view name) { m_bytes += name.size(); }
+
+    bool isTooMuch() const { return m_bytes > most; }
+
+private:
+    static constexpr std::size_t most = 16 << 20;
+
+    std::size_t m_bytes = 0;
+};
+
 /// SAX filter: passes the items of a dictionary to `Sink`. It calls begin() for each item, setField() for each of its
 /// members that is no object and no array, and end(), which returns whether to go on.
 template <typename Sink>

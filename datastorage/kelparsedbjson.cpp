@@ -85,19 +85,16 @@ struct CkelParseDBJson::Items
         if (parser.m_data.ID == 0)
             return true;
         if (!hasName)
-            inherited += parser.m_data.NameID.size();
-        if (inherited > mostInherited)
+            inherited.add(parser.m_data.NameID);
+        if (inherited.isTooMuch())
             return false;
         parser.m_dataList.push_back(parser.m_data);
         return true;
     }
 
-    // Each record has a copy of its name: without a limit, a small file could take all memory.
-    static constexpr std::size_t mostInherited = 16 << 20; // bytes
-
     CkelParseDBJson& parser;
     bool hasName = false;
-    std::size_t inherited = 0; // bytes of names
+    JsonInheritedNames inherited{};
 };
 
 CkelParseDBJson::CkelParseDBJson() = default;
@@ -125,7 +122,7 @@ const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fil
     rapidjson::StringStream text(bytes.data());
     JsonDictionaryEvents<Items> events(Items{*this});
     const bool isJson = !JsonReader().Parse<rapidjson::kParseIterativeFlag>(text, events).IsError(); // spares the stack
-    if (events.sink().inherited > Items::mostInherited) {
+    if (events.sink().inherited.isTooMuch()) {
         CkelReport::print("CkelParseDBJson::Parse: the items inherit names of more than 16 MiB");
         m_dataList = {};
         return unread();

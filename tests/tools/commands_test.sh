@@ -261,6 +261,25 @@ says '- 2 "Force"'
 lacks '~ 1'
 sha256sum --status -c sum || fail "the saved file is changed"
 
+# One with too few columns does not stop the device
+
+mkdir few
+sqlite3 few/kelmem.db 'CREATE TABLE kel(ID, NameID); INSERT INTO kel VALUES(1, 2)'
+runs 2 check few/kelmem.db
+says 'the table has 2 columns of 10 [too-few-columns]'
+says 'the device does not read it, keeps it, and saves nothing'
+lacks 'stops'
+runs 2 show few/kelmem.db
+says 'too few columns' errors
+
+# Without the columns for units it is read
+
+sqlite3 few/kelmem.db 'DROP TABLE kel; CREATE TABLE kel(a, b, c, d, e, f, g, h, i, j)' \
+    "INSERT INTO kel VALUES(1,'Speed',0,1,2,9,5.0,1.0,10.0,0.0)"
+runs 0 show few/kelmem.db
+says 'Speed'
+lacks 'DBSource'
+
 # An interrupted transaction beside it: seen as before it, changed by nobody
 
 {
@@ -282,6 +301,9 @@ says 'Item2000 '
 lacks 'changed'
 (cd crashed && find . -type f -exec sha256sum {} + | sort) >after
 same "a folder with an interrupted transaction" before after
+ln -s crashed/torn.db link.db
+runs 0 show link.db --id 1..2000
+lacks 'changed'
 
 # A write-ahead log beside it: seen, and left alone
 

@@ -3,7 +3,6 @@
 #include "failure.h"
 #include "quietoutput.h"
 
-#include "database/kelforeignfile.h"
 #include "database/kelsqlitestatement.h"
 
 #include <sqlite3.h>
@@ -25,7 +24,16 @@ using Ombrin::CkelSqliteStatement;
 namespace {
 
 constexpr int patience = 5000; // milliseconds that a writer on the device may take
+constexpr const char* tableName = "kel";
 constexpr const char* rowsText = "SELECT * FROM kel";
+
+/// The file itself where the name is a link to it: SQLite looks for a journal and a log there.
+std::string resolved(const std::string& name)
+{
+    std::error_code error;
+    const fs::path path = fs::canonical(name, error);
+    return error ? name : path.string();
+}
 
 /// The path as an URI that asks for reading only; SQLite refuses to make or to change the file then.
 std::string readOnlyUri(const std::string& path)
@@ -104,14 +112,15 @@ void Database::Closer::operator()(sqlite3* connection) const
 
 Database::Database(const Source& source) : m_name(source.name)
 {
-    const bool inPlace = !source.isStandardInput() && !keepsLog(source.name);
+    const std::string path = source.isStandardInput() ? std::string() : resolved(source.name);
+    const bool inPlace = !path.empty() && !keepsLog(path);
     if (inPlace)
-        open(readOnlyUri(source.name), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+        open(readOnlyUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     else
-        openCopy(source);
+        openCopy(source, path);
     int result = lookForTable();
     if (inPlace && (result == SQLITE_READONLY || result == SQLITE_CANTOPEN)) {
-        openCopy(source); // an interrupted transaction waits to be rolled back
+        openCopy(source, path); // an interrupted transaction waits to be rolled back
         result = lookForTable();
     }
     if (result == SQLITE_NOTADB)
@@ -123,33 +132,47 @@ Database::Database(const Source& source) : m_name(source.name)
 void Database::open(const std::string& path, int flags)
 {
     sqlite3* connection = nullptr;
-    const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
+    const int result = Ombrin::openForeignFile(path.c_str(), flags, &connection);
     m_connection.reset(connection);
     if (result != SQLITE_OK)
         fail();
     sqlite3_busy_timeout(connection, patience);
     Ombrin::distrustFile(connection);
+    m_steps.watch(connection);
+    m_steps.restart();
 }
 
-void Database::openCopy(const Source& source)
+/// Of standard input, `path` is empty.
+void Database::openCopy(const Source& source, const std::string& path)
 {
     m_connection.reset();
     m_folder = std::make_unique<PrivateFolder>();
     const fs::path copy = m_folder->file("copy.db");
-    if (source.isStandardInput())
+    if (path.empty())
         writeBytes(copy, source.bytes);
     else
-        copyFile(source.name, copy);
+        copyFile(path, copy);
     for (const char* suffix : {"-journal", "-wal"}) {
-        const fs::path beside = source.name + suffix;
-        if (!source.isStandardInput() && isThere(beside))
+        const std::string beside = path + suffix;
+        if (path.empty())
+            continue;
+        requireRegularFile(beside);
+        if (isThere(beside))
             copyFile(beside, copy.string() + suffix);
     }
     open(copy.string(), SQLITE_OPEN_READWRITE);
 }
 
+void Database::failAsDamaged() const
+{
+    throw Failure(Unreadable,
+                  m_name + ": is damaged: it claims more than a file of its size holds, or rows out of order");
+}
+
 void Database::fail() const
 {
+    if (sqlite3_errcode(m_connection.get()) == SQLITE_INTERRUPT)
+        failAsDamaged(); // by m_steps
     throw Failure(Unreadable, m_name + ": " + sqlite3_errmsg(m_connection.get()));
 }
 
@@ -193,34 +216,49 @@ int Database::readColumns()
     return SQLITE_OK;
 }
 
-std::vector<std::string> Database::tables() const
+/// Calls `visit` with each row. Ends with `Unreadable` when the file cannot hold what it claims in the first `columns`.
+void Database::readRows(const CkelSqliteStatement& rows, bool isKeyed, int columns, const Step& visit)
+{
+    Ombrin::CkelForeignRows foreign(m_connection.get(), isKeyed);
+    int result = rows.isValid() ? SQLITE_ROW : SQLITE_ERROR;
+    while (result == SQLITE_ROW && (result = sqlite3_step(rows.handle())) == SQLITE_ROW) {
+        if (!foreign.admit(rows.handle(), columns))
+            failAsDamaged();
+        visit(rows.handle());
+    }
+    if (result != SQLITE_DONE)
+        fail();
+}
+
+std::vector<std::string> Database::tables()
 {
     std::vector<std::string> names;
+    m_steps.restart();
     const CkelSqliteStatement find(m_connection.get(), "SELECT name FROM sqlite_master WHERE type='table'");
-    while (find.isValid() && sqlite3_step(find.handle()) == SQLITE_ROW)
-        names.push_back(textOf(find.handle(), 0));
+    readRows(find, false, 1, [&names](sqlite3_stmt* row) { names.push_back(textOf(row, 0)); });
     return names;
 }
 
 bool Database::isSaved() const
 {
-    constexpr std::size_t savedColumns = 12;
-    return m_columns.size() >= savedColumns && strcasecmp(m_columns[10].c_str(), "Unit") == 0 &&
+    constexpr std::size_t configurationColumns = 11;
+    if (m_columns.size() < configurationColumns)
+        return fs::path(m_name).filename() == "kelmem.db"; // the device looks at nothing else
+    return m_columns.size() > configurationColumns && strcasecmp(m_columns[10].c_str(), "Unit") == 0 &&
            strcasecmp(m_columns[11].c_str(), "CUnit") == 0;
 }
 
 void Database::forEachRow(const Visit& visit)
 {
     const QuietOutput quiet;
+    m_steps.restart();
+    const bool isKeyed = Ombrin::isKeyedByFirstColumn(m_connection.get(), tableName);
     const CkelSqliteStatement rows(m_connection.get(), rowsText);
-    Ombrin::CkelSqliteVariantVector row;
-    int result = rows.isValid() ? SQLITE_ROW : SQLITE_ERROR;
-    while (result == SQLITE_ROW && (result = sqlite3_step(rows.handle())) == SQLITE_ROW) {
-        row.read(rows.handle());
-        visit(row, rows.handle());
-    }
-    if (result != SQLITE_DONE)
-        fail();
+    Ombrin::CkelSqliteVariantVector values;
+    readRows(rows, isKeyed, columnsRead(), [&](sqlite3_stmt* row) {
+        values.read(row, columnsRead());
+        visit(values, row);
+    });
 }
 
 } // namespace Keldict

@@ -2,6 +2,7 @@
 
 #include "source.h"
 
+#include "database/kelforeignfile.h"
 #include "database/kelsqlitevariantvector.h"
 
 #include <filesystem>
@@ -12,6 +13,10 @@
 
 struct sqlite3;
 struct sqlite3_stmt;
+
+namespace Ombrin {
+class CkelSqliteStatement;
+}
 
 namespace Keldict {
 
@@ -30,8 +35,8 @@ private:
     std::filesystem::path m_path;
 };
 
-/// An SQLite file opened to be read and nothing else: neither the file nor anything beside it changes, and nothing that
-/// is stored in it is run.
+/// An SQLite file opened to be read and nothing else: neither the file nor anything beside it changes, nothing that is
+/// stored in it is run, and reading takes no more time and memory than a file of this size justifies.
 ///
 /// A file beside which an interrupted transaction or a write-ahead log waits is copied with it into a private folder;
 /// there SQLite puts the copy in order, as it would put the file when the device opens it next.
@@ -55,8 +60,8 @@ public:
     /// The names of the table's columns.
     const std::vector<std::string>& columns() const { return m_columns; }
 
-    /// The names of all tables.
-    std::vector<std::string> tables() const;
+    /// The names of all tables. Ends with `Unreadable` when they cannot be read.
+    std::vector<std::string> tables();
 
     /// Whether the table is one of saved values, as in kelmem.db, and none of a configuration.
     bool isSaved() const;
@@ -65,7 +70,7 @@ public:
     int columnsRead() const { return isSaved() ? 10 : 11; }
 
     /// Calls `visit` with every row, in the order in which the loader meets them. What the library prints about columns
-    /// meanwhile is dropped. Ends with `Unreadable` when a row cannot be read.
+    /// meanwhile is dropped. Ends with `Unreadable` when a row cannot be read, or the file cannot hold it.
     using Visit = std::function<void(const Ombrin::CkelSqliteVariantVector& row, sqlite3_stmt* statement)>;
     void forEachRow(const Visit& visit);
 
@@ -75,14 +80,19 @@ private:
         void operator()(sqlite3* connection) const;
     };
 
+    using Step = std::function<void(sqlite3_stmt* statement)>;
+
     void open(const std::string& path, int flags);
-    void openCopy(const Source& source);
+    void openCopy(const Source& source, const std::string& path);
+    void readRows(const Ombrin::CkelSqliteStatement& rows, bool isKeyed, int columns, const Step& visit);
     int lookForTable(); // these two: SQLite's result
     int readColumns();
     [[noreturn]] void fail() const;
+    [[noreturn]] void failAsDamaged() const;
 
     const std::string m_name;
-    std::unique_ptr<PrivateFolder> m_folder; // outlives the connection
+    std::unique_ptr<PrivateFolder> m_folder; // these two outlive the connection
+    Ombrin::CkelForeignSteps m_steps;
     std::unique_ptr<sqlite3, Closer> m_connection;
     Table m_table = Table::Missing;
     std::vector<std::string> m_columns;

@@ -247,18 +247,22 @@ bool checkTable(Database& database, std::vector<Finding>& findings)
 
 bool checkColumns(const Database& database, std::vector<Finding>& findings)
 {
+    if (database.columns().size() < static_cast<std::size_t>(database.columnsRead())) {
+        findings.push_back(ofFile(Rules::tooFewColumns,
+                                  "the table has " + counted(database.columns().size(), "column") + " of " +
+                                      std::to_string(database.columnsRead()),
+                                  database.isSaved()
+                                      ? "If it has rows, the device does not read it, keeps it, and saves nothing."
+                                      : "The device stops when it reads the first row."));
+        return false;
+    }
     if (database.isSaved()) {
         findings.push_back(ofFile(Rules::savedFile, "the columns are those of kelmem.db",
                                   "As a configuration, every column from the fourth on is read as the one behind it.",
                                   "keldict show and keldict convert take such a file"));
         return false;
     }
-    if (database.columns().size() >= allFields.size())
-        return true;
-    findings.push_back(ofFile(Rules::tooFewColumns,
-                              "the table has " + counted(database.columns().size(), "column") + " of 11",
-                              "The device stops when it reads the first row."));
-    return false;
+    return true;
 }
 
 } // namespace

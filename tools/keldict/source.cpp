@@ -23,16 +23,22 @@ constexpr std::string_view databaseMark = "SQLite format 3\0"sv;
     throw Failure(Unreadable, name + ": " + std::generic_category().message(error));
 }
 
+int openRegularFile(const std::string& name)
+{
+    requireRegularFile(name);
+    const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        failToRead(name, errno);
+    return descriptor;
+}
+
 /// A file of the system; standard input stays open.
 class Input
 {
 public:
     explicit Input(const std::string& name)
-        : m_name(name), m_descriptor(name == "-" ? STDIN_FILENO : ::open(name.c_str(), O_RDONLY | O_CLOEXEC))
-    {
-        if (m_descriptor < 0)
-            failToRead(name, errno);
-    }
+        : m_name(name), m_descriptor(name == "-" ? STDIN_FILENO : openRegularFile(name))
+    {}
 
     ~Input()
     {
@@ -81,6 +87,16 @@ void readRest(Input& input, std::string& bytes)
 }
 
 } // namespace
+
+void requireRegularFile(const std::string& name)
+{
+    struct stat status = {};
+    if (stat(name.c_str(), &status) != 0 || S_ISREG(status.st_mode))
+        return;
+    if (S_ISDIR(status.st_mode))
+        failToRead(name, EISDIR);
+    throw Failure(Unreadable, name + ": is no regular file");
+}
 
 Source openSource(const std::string& name)
 {

@@ -24,6 +24,10 @@ struct Source
 /// one only by a name ending in ".db". Ends with `Unreadable` when it cannot be read.
 Source openSource(const std::string& name);
 
+/// Ends with `Unreadable` unless the name is that of a regular file, or of nothing: a FIFO would block its reader, a
+/// device need not end.
+void requireRegularFile(const std::string& name);
+
 inline bool endsWith(const std::string& text, const std::string& end)
 {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;

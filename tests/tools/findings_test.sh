@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # findings_test.sh PROGRAM: every file in data/, checked, gives the findings in the file of the same name that ends in
-# .expected: the status, then for each finding the place, the severity and the code. An .sql file makes the database.
+# .expected: the status, then for each finding the place, the severity and the code. An .sql file makes the database, an
+# .sh file prints the text.
 # The variable KELDICT_LOADER names a program that loads a file with the library, to compare with.
 # With --write before the program, writes what it finds there, for a person to read.
 set -euo pipefail
@@ -41,6 +42,10 @@ for path in "$data"/*; do
         *.sql)
             sqlite3 "${name%.sql}.db" <"$path"
             check_case "${name%.sql}.db" "$path.expected"
+            ;;
+        *.sh)
+            bash "$path" >"${name%.sh}.json"
+            check_case "${name%.sh}.json" "$path.expected"
             ;;
         *)
             cp "$path" .

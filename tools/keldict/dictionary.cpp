@@ -54,6 +54,36 @@ private:
     std::size_t m_lost = 0;
 };
 
+/// Bounds what items take from those before them. Written out for each item, a small file could fill every disk.
+class InheritedTexts
+{
+public:
+    InheritedTexts(const std::string& name, std::size_t size) : m_name(name), m_bytesLeft(size + most) {}
+
+    void count(const tagStorageData& record)
+    {
+        take(record.NameID.size());
+        for (const Field field : valueFields) {
+            const Ombrin::CkelVariant& value = valueOf(record, field);
+            if (value.type() == Ombrin::CkelVariant::String)
+                take(value.toStdString().size());
+        }
+    }
+
+private:
+    static constexpr std::size_t most = 16 << 20;
+
+    void take(std::size_t bytes)
+    {
+        if (bytes > m_bytesLeft)
+            throw Failure(Unreadable, m_name + ": the items inherit texts of more than 16 MiB in all");
+        m_bytesLeft -= bytes;
+    }
+
+    const std::string& m_name;
+    std::size_t m_bytesLeft; // the file itself holds a text for each, or it is inherited
+};
+
 void noteWhatIsIgnored(const JsonDictionary& json, Dictionary& dictionary)
 {
     for (const auto& member : json.root().GetObject()) {
@@ -72,6 +102,7 @@ void noteWhatIsIgnored(const JsonDictionary& json, Dictionary& dictionary)
 
 Dictionary loadJson(Source source)
 {
+    InheritedTexts inherited(source.name, source.bytes.size());
     std::vector<Finding> findings;
     const JsonDictionary json(std::move(source.bytes), findings);
     for (const Finding& finding : findings) {
@@ -88,6 +119,7 @@ Dictionary loadJson(Source source)
                                      ": an element of \"kel\" is no object");
         ++n;
         const tagStorageData& record = parser.deepParse(item, item.MemberCount(), {});
+        inherited.count(record);
         if (record.ID != 0)
             collector.add(record);
         else

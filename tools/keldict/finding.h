@@ -25,7 +25,7 @@ struct Finding
     Severity severity;
     Place place;
     std::optional<std::uint32_t> id;     ///< of the item, where it has one
-    std::string name;                    ///< of the item
+    std::string name;                    ///< of the item; the beginning of a long one
     std::string what;                    ///< what stands there
     std::string effect;                  ///< what the device would do
     std::string meant;                   ///< what was probably meant; may be empty

@@ -1,6 +1,7 @@
 #include "itemrules.h"
 
 #include "savedform.h"
+#include "words.h"
 
 #include "datastorage/kelstoredform.h"
 
@@ -178,12 +179,13 @@ void checkBounds(const CheckedItem& item, std::vector<Finding>& findings)
 Finding warning(const Rule& rule, const CheckedItem& item, Field field, std::string what, std::string effect,
                 std::string meant)
 {
+    constexpr std::size_t longestName = 200; // bytes: an item with a long name may have very many findings
     const tagStorageData& record = item.record;
     return {&rule,
             Severity::Warning,
             item.placeOf(field),
             record.ID != 0 ? std::optional(record.ID) : std::nullopt,
-            record.NameID,
+            shortened(record.NameID, longestName),
             std::move(what),
             std::move(effect),
             std::move(meant),

@@ -45,14 +45,17 @@ bool takes(Field field, const rapidjson::Value& value)
     return field == Field::NameID ? value.IsString() : value.IsUint();
 }
 
-/// The position of the member that gives the field: the last one of those that the loader takes.
-std::optional<std::size_t> memberThatCounts(const rapidjson::Value& item, Field field)
+/// The positions of the members that give the fields: of each, the last one that the loader takes.
+using Positions = std::array<std::optional<std::size_t>, allFields.size()>;
+
+Positions positionsThatCount(const rapidjson::Value& item)
 {
-    std::optional<std::size_t> found;
+    Positions found;
     std::size_t position = 0;
     for (const auto& member : item.GetObject()) {
-        if (textOf(member.name) == nameOf(field) && (!found || takes(field, member.value)))
-            found = position;
+        const auto field = fieldNamed(textOf(member.name));
+        if (field && (!found[indexOf(*field)] || takes(*field, member.value)))
+            found[indexOf(*field)] = position;
         ++position;
     }
     return found;
@@ -106,6 +109,19 @@ private:
         std::vector<std::string_view> unknown;
     };
 
+    /// Where the members of one item are.
+    struct Located
+    {
+        std::size_t n;
+        std::vector<JsonDictionary::Member> members;
+        Positions counting;
+    };
+
+    const Located& located(std::size_t n) const;
+    std::optional<std::size_t> positionOf(std::size_t n, Field field) const
+    {
+        return located(n).counting[indexOf(field)];
+    }
     void checkElement(std::size_t n, const rapidjson::Value& json);
     void checkObject(std::size_t n, const rapidjson::Value& json);
     void checkMembers(Item& item);
@@ -129,6 +145,7 @@ private:
     ItemRegistry m_registry;
     Ombrin::CkelParseDBJson m_parser; // carries fields from one item to the next, as on the device
     std::optional<std::size_t> m_before;
+    mutable std::optional<Located> m_located; // of the item with the last finding: one may have very many
 };
 
 std::size_t JsonCheck::run(const std::string& file)
@@ -251,8 +268,8 @@ void JsonCheck::reportWrongType(const Item& item, std::size_t position, Field fi
 {
     if (field == Field::ID && item.checked.record.ID == 0)
         return; // an error of its own
-    const Place place{m_dictionary.placeAt(m_dictionary.membersOf(item.n)[position].value)};
-    const bool isGivenAgain = takes(field, valueOf(item.json, *memberThatCounts(item.json, field)));
+    const Place place{m_dictionary.placeAt(located(item.n).members[position].value)};
+    const bool isGivenAgain = takes(field, valueOf(item.json, *positionOf(item.n, field)));
     const std::string now = std::string(nameOf(field)) + " is " + shown(contentOf(item.checked.record, field));
     m_findings.push_back(warningAt(
         item, place, Rules::wrongType,
@@ -287,7 +304,7 @@ void JsonCheck::checkId(const Item& item)
     std::string what = "the item has no ID";
     std::string meant;
     if (given) {
-        const std::size_t position = *memberThatCounts(item.json, Field::ID);
+        const std::size_t position = *positionOf(item.n, Field::ID);
         what = "ID " + written(item.n, position) + " is no integer from 1 to 4294967295";
         meant = meantBy(item, position, Field::ID);
     } else {
@@ -330,6 +347,14 @@ std::string JsonCheck::inheritedFrom() const
 
 // Values and places
 
+const JsonCheck::Located& JsonCheck::located(std::size_t n) const
+{
+    if (!m_located || m_located->n != n)
+        m_located = Located{n, m_dictionary.membersOf(n),
+                            positionsThatCount(m_dictionary.items()[static_cast<rapidjson::SizeType>(n)])};
+    return *m_located;
+}
+
 /// A value as it stands in the file, shortened.
 std::string JsonCheck::written(std::size_t n, std::size_t position) const
 {
@@ -339,14 +364,13 @@ std::string JsonCheck::written(std::size_t n, std::size_t position) const
         return inQuotes(textOf(value));
     if (!value.IsNumber() && !value.IsBool())
         return std::string(typeOf(value));
-    const std::string_view text = m_dictionary.valueAt(m_dictionary.membersOf(n)[position].value);
+    const std::string_view text = m_dictionary.valueAt(located(n).members[position].value);
     return std::string(text.substr(0, longest)) + (text.size() > longest ? "..." : "");
 }
 
 std::string JsonCheck::written(std::size_t n, Field field) const
 {
-    const rapidjson::Value& json = m_dictionary.items()[static_cast<rapidjson::SizeType>(n)];
-    return written(n, *memberThatCounts(json, field));
+    return written(n, *positionOf(n, field));
 }
 
 /// What the value would be, had it the type that the field takes.
@@ -362,17 +386,16 @@ std::string JsonCheck::meantBy(const Item& item, std::size_t position, Field fie
 
 Place JsonCheck::placeOf(std::size_t n, Field field) const
 {
-    const rapidjson::Value& json = m_dictionary.items()[static_cast<rapidjson::SizeType>(n)];
     std::size_t offset = m_dictionary.offsetOfItem(n);
-    const auto found = memberThatCounts(json, field);
+    const auto found = positionOf(n, field);
     if (found)
-        offset = m_dictionary.membersOf(n)[*found].value;
+        offset = located(n).members[*found].value;
     return m_dictionary.placeAt(offset);
 }
 
 Place JsonCheck::placeOfKey(std::size_t n, std::size_t position) const
 {
-    return m_dictionary.placeAt(m_dictionary.membersOf(n)[position].key);
+    return m_dictionary.placeAt(located(n).members[position].key);
 }
 
 Finding JsonCheck::warningAt(const Item& item, Place place, const Rule& rule, std::string what, std::string effect,
@@ -402,9 +425,10 @@ Finding wrongAcceptance(Place place, std::string what, std::string meant)
 void readAcceptance(const std::string& code, const rapidjson::Value& reason, Place place, Acceptances& accepted,
                     std::vector<Finding>& findings)
 {
+    constexpr std::size_t longestReason = 500; // bytes: each finding has a copy
     const Rule* const rule = Rules::find(code);
     if (rule && rule->severity == Severity::Warning && reason.IsString()) {
-        accepted.insert_or_assign(code, std::string(textOf(reason)));
+        accepted.insert_or_assign(code, shortened(textOf(reason), longestReason));
         return;
     }
     std::vector<std::string_view> codes;

@@ -5,10 +5,12 @@
 #include "jsontype.h"
 #include "words.h"
 
+#include "datastorage/keljsondictionary.h"
 #include "datastorage/kelrapidjson.h"
 
 #include <rapidjson/reader.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace Keldict {
@@ -42,6 +44,26 @@ std::string checkedStart(std::string bytes, std::vector<Finding>& findings)
     findings.push_back(
         fatal(Rules::byteOrderMark, start, "a byte order mark", "save the file as UTF-8 without a byte order mark"));
     return bytes.substr(mark.size());
+}
+
+/// What the loader takes of an item to tell it from others.
+struct Named
+{
+    unsigned int id = 0;
+    std::optional<std::string_view> name; ///< nothing: the item inherits it
+};
+
+Named named(const rapidjson::Value& item)
+{
+    Named result;
+    for (const auto& member : item.GetObject()) {
+        const std::string_view key(member.name.GetString(), member.name.GetStringLength());
+        if (key == "ID" && member.value.IsUint())
+            result.id = member.value.GetUint();
+        else if (key == "NameID" && member.value.IsString())
+            result.name = member.value.GetString();
+    }
+    return result;
 }
 
 } // namespace
@@ -116,6 +138,8 @@ void JsonDictionary::findItems(std::vector<Finding>& findings)
     }
     m_items = &member->value;
     locateItems();
+    if (!checkInheritedNames(findings))
+        m_items = nullptr;
 }
 
 void JsonDictionary::reportMissingRoot(std::vector<Finding>& findings) const
@@ -134,24 +158,63 @@ void JsonDictionary::reportMissingRoot(std::vector<Finding>& findings) const
 
 void JsonDictionary::checkSecondRoot(std::vector<Finding>& findings) const
 {
+    const auto isRoot = [](const auto& member) { return member.name == rootName; };
+    if (std::count_if(m_document.MemberBegin(), m_document.MemberEnd(), isRoot) > 1)
+        reportSecondRoots(findings);
+}
+
+void JsonDictionary::reportSecondRoots(std::vector<Finding>& findings) const
+{
     std::optional<std::size_t> first;
-    std::size_t index = 0;
+    JsonCursor cursor(m_text);
+    cursor.enter();
     for (const auto& member : m_document.GetObject()) {
+        cursor.skipValue(); // the key
+        const std::size_t offset = cursor.next();
         if (member.name == rootName && first)
             findings.push_back({&Rules::duplicateRoot,
                                 Severity::Error,
-                                placeAt(offsetOfRootMember(index)),
+                                placeAt(offset),
                                 {},
                                 {},
                                 "a second member \"kel\"",
                                 "The device reads the first one only; all items in this one are lost.",
                                 "one array with the items of both",
-                                placeAt(offsetOfRootMember(*first)),
+                                placeAt(*first),
                                 {}});
         else if (member.name == rootName)
-            first = index;
-        ++index;
+            first = offset;
+        cursor.skipValue();
     }
+}
+
+/// Whether the device reads the items, with the names that they inherit.
+bool JsonDictionary::checkInheritedNames(std::vector<Finding>& findings) const
+{
+    Ombrin::JsonInheritedNames inherited;
+    std::string_view name;
+    for (rapidjson::SizeType n = 0; n < m_items->Size(); ++n) {
+        if (!(*m_items)[n].IsObject())
+            continue;
+        const Named item = named((*m_items)[n]);
+        name = item.name.value_or(name);
+        if (item.id != 0 && !item.name)
+            inherited.add(name);
+        if (inherited.isTooMuch()) {
+            findings.push_back({&Rules::inheritedNames,
+                                Severity::Error,
+                                placeAt(offsetOfItem(n)),
+                                {},
+                                {},
+                                "the items up to this one inherit names of more than 16 MiB in all",
+                                "The device reads nothing from this file.",
+                                "a NameID for every item",
+                                {},
+                                {}});
+            return false;
+        }
+    }
+    return true;
 }
 
 std::size_t JsonDictionary::offsetOfRootMember(std::size_t index) const

@@ -27,7 +27,7 @@ public:
     JsonDictionary(const JsonDictionary&) = delete;
     JsonDictionary& operator=(const JsonDictionary&) = delete;
 
-    /// Whether there is an array of items to look at. The device may still stop at one of them.
+    /// Whether there is an array of items to look at, which the device reads. It may still stop at one of them.
     bool hasItems() const { return m_items != nullptr; }
 
     /// The elements of "kel".
@@ -58,6 +58,8 @@ private:
     void findItems(std::vector<Finding>& findings);
     void reportMissingRoot(std::vector<Finding>& findings) const;
     void checkSecondRoot(std::vector<Finding>& findings) const;
+    void reportSecondRoots(std::vector<Finding>& findings) const;
+    bool checkInheritedNames(std::vector<Finding>& findings) const;
     void locateItems();
 
     const std::string m_bytes;

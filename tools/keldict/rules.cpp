@@ -14,11 +14,12 @@ const Rule notADatabase{"not-a-database", Severity::Error, "The file is no SQLit
 const Rule noTable{"no-table", Severity::Error, "The database has no table \"kel\""};
 const Rule notATable{"not-a-table", Severity::Error,
                      "\"kel\" is a view, a virtual table, or computes a column that is read"};
-const Rule tooFewColumns{"too-few-columns", Severity::Error, "The table has fewer than eleven columns"};
+const Rule tooFewColumns{"too-few-columns", Severity::Error, "The table has fewer columns than are read"};
 const Rule savedFile{"saved-file", Severity::Error, "The database holds saved values, not a configuration"};
 const Rule fileName{"file-name", Severity::Error, "The device does not read files of this name"};
 const Rule noItems{"no-items", Severity::Error, "There are no items"};
 const Rule nulByte{"nul-byte", Severity::Warning, "The text goes on behind a NUL byte"};
+const Rule inheritedNames{"inherited-names", Severity::Error, "Items inherit names of more than 16 MiB"};
 const Rule columnName{"column-name", Severity::Warning, "A column is read as another than its name says"};
 const Rule wrongAcceptance{"wrong-acceptance", Severity::Warning, "What is accepted is no warning of this tool"};
 
@@ -52,13 +53,15 @@ const Rule textNotRestored{"text-not-restored", Severity::Warning, "A restart do
 const std::vector<const Rule*>& all()
 {
     static const std::vector<const Rule*> rules{
-        &emptyFile,     &byteOrderMark,    &malformedJson, &rootNotObject,   &missingRoot,     &rootNotArray,
-        &duplicateRoot, &elementNotObject, &notADatabase,  &noTable,         &notATable,       &tooFewColumns,
-        &savedFile,     &fileName,         &noItems,       &nulByte,         &columnName,      &wrongAcceptance,
-        &missingId,     &unusableId,       &duplicateId,   &duplicateName,   &changedId,       &largeId,
-        &emptyName,     &similarName,      &wrongType,     &byteOverflow,    &inheritedField,  &unknownKey,
-        &duplicateKey,  &nulInText,        &invalidUtf8,   &unknownType,     &typeNotRestored, &unconvertibleValue,
-        &changedValue,  &roundedWhenSaved, &outOfBounds,   &boundsExchanged, &textNotRestored};
+        &emptyFile,       &byteOrderMark,      &malformedJson,    &rootNotObject,    &missingRoot,
+        &rootNotArray,    &duplicateRoot,      &elementNotObject, &notADatabase,     &noTable,
+        &notATable,       &tooFewColumns,      &savedFile,        &fileName,         &noItems,
+        &nulByte,         &inheritedNames,     &columnName,       &wrongAcceptance,  &missingId,
+        &unusableId,      &duplicateId,        &duplicateName,    &changedId,        &largeId,
+        &emptyName,       &similarName,        &wrongType,        &byteOverflow,     &inheritedField,
+        &unknownKey,      &duplicateKey,       &nulInText,        &invalidUtf8,      &unknownType,
+        &typeNotRestored, &unconvertibleValue, &changedValue,     &roundedWhenSaved, &outOfBounds,
+        &boundsExchanged, &textNotRestored};
     return rules;
 }
 

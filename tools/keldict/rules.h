@@ -38,6 +38,7 @@ extern const Rule savedFile;
 extern const Rule fileName;
 extern const Rule noItems;
 extern const Rule nulByte;
+extern const Rule inheritedNames;
 extern const Rule columnName;
 extern const Rule wrongAcceptance;
 

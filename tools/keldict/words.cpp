@@ -226,6 +226,17 @@ std::string inQuotes(std::string_view utf8)
     return result + "\"";
 }
 
+std::string shortened(std::string_view utf8, std::size_t longest)
+{
+    if (utf8.size() <= longest)
+        return std::string(utf8);
+    const auto continues = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; };
+    std::size_t end = longest;
+    while (end > 0 && continues(utf8[end]))
+        --end;
+    return std::string(utf8.substr(0, end)) + "...";
+}
+
 std::string repaired(std::string_view bytes)
 {
     std::string result;

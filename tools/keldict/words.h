@@ -27,6 +27,9 @@ bool isUtf8(std::string_view bytes);
 /// cut.
 std::string inQuotes(std::string_view utf8);
 
+/// At most `longest` bytes from the beginning of the text, and "..." when it is longer. No character is cut.
+std::string shortened(std::string_view utf8, std::size_t longest);
+
 /// The text as well-formed UTF-8; stray bytes become the replacement character.
 std::string repaired(std::string_view bytes);
 

@@ -15,17 +15,6 @@ namespace {
 
 constexpr unsigned int seed = 20250101;
 
-/// Takes different numbers to different numbers, all over 32 bits.
-std::uint32_t scattered(std::uint32_t x)
-{
-    x ^= x >> 16U;
-    x *= 0x7feb352dU;
-    x ^= x >> 15U;
-    x *= 0x846ca68bU;
-    x ^= x >> 16U;
-    return x;
-}
-
 class Random
 {
 public:
@@ -84,6 +73,16 @@ std::string jsonText(const CkelVariant& value)
 }
 
 } // namespace
+
+std::uint32_t scattered(std::uint32_t x)
+{
+    x ^= x >> 16U;
+    x *= 0x7feb352dU;
+    x ^= x >> 15U;
+    x *= 0x846ca68bU;
+    x ^= x >> 16U;
+    return x;
+}
 
 std::vector<tagStorageData> makeItems(std::size_t size)
 {

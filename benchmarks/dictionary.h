@@ -3,6 +3,7 @@
 #include "datastorage/kelstoragedata.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@ namespace KelBench {
 
 using Ombrin::CkelVariant;
 using Ombrin::tagStorageData;
+
+/// Takes different numbers to different numbers, all over 32 bits.
+std::uint32_t scattered(std::uint32_t x);
 
 /// A dictionary of `size` items, the same in every run: IDs scattered over 32 bits, names of 8 to 40 bytes, values of
 /// all four stored forms.

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 
 namespace KelBench {
 
@@ -39,19 +40,29 @@ private:
     std::filesystem::path m_path;
 };
 
-/// Takes "--size=N" out of the arguments; 5,000 without it.
-std::size_t sizeArgument(int& argc, char** argv)
+struct Arguments
 {
     std::size_t size = 5000;
+    bool patterns = false;
+
+    bool areValid() const { return size != 0 && size % (patterns ? 500 : 5000) == 0; }
+};
+
+/// Takes "--size=N" and "--patterns" out of the arguments.
+Arguments ownArguments(int& argc, char** argv)
+{
+    Arguments own;
     int kept = 1;
     for (int i = 1; i < argc; ++i) {
         if (std::strncmp(argv[i], "--size=", 7) == 0)
-            size = std::strtoul(argv[i] + 7, nullptr, 10);
+            own.size = std::strtoul(argv[i] + 7, nullptr, 10);
+        else if (std::strcmp(argv[i], "--patterns") == 0)
+            own.patterns = true;
         else
             argv[kept++] = argv[i];
     }
     argc = kept;
-    return size;
+    return own;
 }
 
 void registerAll(World& world)
@@ -98,20 +109,24 @@ void require(bool right, const char* what)
 int main(int argc, char** argv)
 {
     using namespace KelBench;
-    const std::size_t size = sizeArgument(argc, argv);
+    const Arguments own = ownArguments(argc, argv);
     benchmark::Initialize(&argc, argv);
-    if (size == 0 || size % 5000 != 0 || benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        std::fprintf(stderr, "Usage: kel_benchmarks [--size=N] [--benchmark_...]; N is a multiple of 5000\n");
+    if (!own.areValid() || benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        std::fprintf(stderr, "Usage: kel_benchmarks [--size=N] [--patterns] [--benchmark_...]\n"
+                             "N is a multiple of 5000, of 500 with --patterns\n");
         return 2;
     }
-    benchmark::AddCustomContext("items", std::to_string(size));
+    benchmark::AddCustomContext("items", std::to_string(own.size));
     benchmark::AddCustomContext("compiler", __VERSION__);
     benchmark::AddCustomContext("sqlite", sqlite3_libversion());
 
     const Folder folder;
     Ombrin::CkelApplicationPlus application(argc, argv);
-    World world(size);
-    registerAll(world);
+    std::optional<World> world;
+    if (own.patterns)
+        registerPatterns(own.size);
+    else
+        registerAll(world.emplace(own.size));
     benchmark::RunSpecifiedBenchmarks();
     return failed ? EXIT_FAILURE : EXIT_SUCCESS;
 }

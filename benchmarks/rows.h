@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
 #include <string>
 
 namespace KelBench {
@@ -20,6 +21,9 @@ void registerMemory(World& world);
 void registerStartup(World& world);
 void registerQt(World& world);
 void registerLmdb(World& world);
+
+/// Lookups by every pattern of IDs and of names, in dictionaries of their own.
+void registerPatterns(std::size_t size);
 
 /// Registers `function(state, world)`.
 template <typename Function>

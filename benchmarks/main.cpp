@@ -112,8 +112,9 @@ int main(int argc, char** argv)
     const Arguments own = ownArguments(argc, argv);
     benchmark::Initialize(&argc, argv);
     if (!own.areValid() || benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        std::fprintf(stderr, "Usage: kel_benchmarks [--size=N] [--patterns] [--benchmark_...]\n"
-                             "N is a multiple of 5000, of 500 with --patterns\n");
+        std::fprintf(stderr,
+                     "Usage: kel_benchmarks [--size=N] [--patterns] [--benchmark_...]\n"
+                     "N is a multiple of 5000, of 500 with --patterns\n");
         return 2;
     }
     benchmark::AddCustomContext("items", std::to_string(own.size));

@@ -42,10 +42,10 @@ unsigned int blocks(unsigned int position)
     return position / Used * Size + position % Used + 1;
 }
 
-/// Indexes of 16 bits, with 8 subindexes each.
+/// Indexes of 16 bits, with 8 subindexes each. Adds one for each time that the index would be 0 or used again.
 unsigned int indexAndSubindex(unsigned int position)
 {
-    return 0x60000000U + position / 8 * 0x10000U + position % 8 * 0x100U + position / 0x80000U;
+    return 0x60000000U + position / 8 * 0x10000U + position % 8 * 0x100U + position / 0x50000U;
 }
 
 unsigned int scatteredID(unsigned int position)

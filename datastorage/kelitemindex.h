@@ -29,12 +29,21 @@ public:
         m_records.reserve(count);
     }
 
+    /// To be called after loading: adapts the table to the IDs. Without memory for it, throws and leaves the map as it
+    /// was.
+    void optimize() { m_table.reduceCollisions(); }
+
+    /// The probes beyond the first that finding each item once takes.
+    std::size_t collisions() const { return m_table.collisions(); }
+
     /// Null for an ID that is not there.
     tagStorageData* find(unsigned int id) const { return m_table.find(id, anySlot).record; }
 
     /// Takes a record whose ID is not there yet. Without memory for it, throws and leaves the map as it was.
     void insert(std::unique_ptr<tagStorageData> record)
     {
+        if (m_table.isCrowded())
+            m_table.reduceCollisions();
         m_table.reserve(size() + 1);
         m_records.push_back(std::move(record));
         tagStorageData* const item = m_records.back().get();

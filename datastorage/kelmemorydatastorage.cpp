@@ -143,6 +143,7 @@ struct CkelMemoryDataStorage::Indexes
 
 void CkelMemoryDataStorage::adopt(Indexes&& indexes)
 {
+    indexes.ids->optimize();
     m_idMap.swap(indexes.ids);
     m_nameMap.swap(indexes.names);
     m_anyDeleted = indexes.anyDeleted;
@@ -158,17 +159,17 @@ void CkelMemoryDataStorage::indexRecords(const std::vector<tagStorageData>& reco
     adopt(std::move(indexes));
 }
 
-tagStorageData* CkelMemoryDataStorage::find(unsigned int id) const
+inline tagStorageData* CkelMemoryDataStorage::find(unsigned int id) const
 {
     return m_idMap ? m_idMap->find(id) : nullptr;
 }
 
-bool CkelMemoryDataStorage::isLive(const tagStorageData& item) const
+inline bool CkelMemoryDataStorage::isLive(const tagStorageData& item) const
 {
     return !m_anyDeleted || item.Dirty != DirtyDeleted;
 }
 
-tagStorageData* CkelMemoryDataStorage::findLive(unsigned int id) const
+inline tagStorageData* CkelMemoryDataStorage::findLive(unsigned int id) const
 {
     tagStorageData* const item = find(id);
     return item && isLive(*item) ? item : nullptr;

@@ -21,6 +21,87 @@ struct Entry
 
 using Table = OpenTable<Entry>;
 
+/// Adds one each time that the numbers have gone around 32 bits.
+std::uint32_t steps(std::uint32_t step, std::uint32_t position)
+{
+    const std::uint64_t around = (std::uint64_t{1} << 32U) / (step & -step);
+    return position * step + static_cast<std::uint32_t>(position / around) + 1;
+}
+
+std::uint32_t scattered(std::uint32_t x)
+{
+    x = (x ^ (x >> 16U)) * 0x7FEB352DU;
+    x = (x ^ (x >> 15U)) * 0x846CA68BU;
+    return x ^ (x >> 16U);
+}
+
+struct Pattern
+{
+    const char* name;
+    std::uint32_t (*key)(std::uint32_t position);
+};
+
+constexpr Pattern patterns[] = {
+    {"consecutive", [](std::uint32_t i) { return 1001 + i; }},
+    {"blocks of 100 in 1,000", [](std::uint32_t i) { return i / 100 * 1000 + i % 100; }},
+    {"blocks of 256 in 4,096", [](std::uint32_t i) { return i / 256 * 4096 + i % 256; }},
+    {"steps of 10", [](std::uint32_t i) { return steps(10, i); }},
+    {"steps of 1,250", [](std::uint32_t i) { return steps(1250, i); }},
+    {"steps of 4,096", [](std::uint32_t i) { return steps(4096, i); }},
+    {"steps of 49,100", [](std::uint32_t i) { return steps(49100, i); }},
+    {"steps of 61,495", [](std::uint32_t i) { return steps(61495, i); }},
+    {"steps of 65,536", [](std::uint32_t i) { return steps(65536, i); }},
+    {"steps of the multiplier's inverse", [](std::uint32_t i) { return steps(0x0E8B2F51, i); }},
+    {"steps of its square's inverse", [](std::uint32_t i) { return steps(0x0E8B2F51U * 0x0E8B2F51U, i); }},
+    {"index and subindex", [](std::uint32_t i) { return 0x60000000 + i / 8 * 0x10000 + i % 8 * 0x100 + i / 0x50000; }},
+    {"scattered", scattered},
+};
+
+/// An entry that counts the looks at it, one for each probe.
+struct CountingEntry
+{
+    std::uint32_t key = 0;
+    bool isUsed = false;
+
+    CountingEntry() = default;
+    CountingEntry(std::uint32_t usedKey) : key(usedKey), isUsed(true) {}
+
+    bool isEmpty() const
+    {
+        ++looks;
+        return !isUsed;
+    }
+
+    static inline std::size_t looks = 0;
+};
+
+using CountingTable = OpenTable<CountingEntry>;
+
+/// Inserts the first `count` keys of a pattern.
+void fill(CountingTable& table, const Pattern& pattern, std::uint32_t count)
+{
+    for (std::uint32_t i = 0; i < count; ++i) {
+        table.insert({pattern.key(i)});
+        if (table.isCrowded())
+            table.reduceCollisions();
+    }
+}
+
+std::size_t probes(const CountingTable& table, std::uint32_t key)
+{
+    CountingEntry::looks = 0;
+    table.find(key, [](const CountingEntry& /*entry*/) { return true; });
+    return CountingEntry::looks;
+}
+
+std::size_t probes(const CountingTable& table, const Pattern& pattern, std::uint32_t count)
+{
+    std::size_t sum = 0;
+    for (std::uint32_t i = 0; i < count; ++i)
+        sum += probes(table, pattern.key(i));
+    return sum;
+}
+
 int valueOf(const Table& table, std::uint32_t key)
 {
     return table.find(key, [](const Entry& /*entry*/) { return true; }).value;
@@ -115,5 +196,59 @@ TEST(OpenTable, AgreesWithAMapOverManyChanges)
             model.erase(known);
         }
         ASSERT_EQ(table.size(), model.size());
+    }
+}
+
+// Probes
+
+TEST(OpenTable, FindsKeysOfEveryPatternWithFewProbes)
+{
+    for (const Pattern& pattern : patterns) {
+        for (const std::uint32_t count : {500U, 5000U, 20000U, 1000000U}) {
+            SCOPED_TRACE(pattern.name + (": " + std::to_string(count)));
+            CountingTable table;
+            table.reserve(count);
+            fill(table, pattern, count);
+            table.reduceCollisions();
+            // Random keys in a table that is half full take 1.5 probes.
+            EXPECT_LE(probes(table, pattern, count), count + count * 5 / 8);
+        }
+    }
+}
+
+TEST(OpenTable, BoundsTheProbesForKeysThatAreInsertedOneByOne)
+{
+    for (const Pattern& pattern : patterns) {
+        SCOPED_TRACE(pattern.name);
+        CountingTable table;
+        fill(table, pattern, 20000);
+        EXPECT_LE(probes(table, pattern, 20000), 20000U * 32);
+    }
+}
+
+TEST(OpenTable, CountsTheProbesBeyondTheFirstAsCollisions)
+{
+    CountingTable table;
+    for (const std::uint32_t key : crowdedKeys(4))
+        table.insert({key});
+    std::size_t sum = 0;
+    for (const std::uint32_t key : crowdedKeys(4))
+        sum += probes(table, key);
+    EXPECT_EQ(table.collisions(), sum - 4);
+    EXPECT_EQ(table.collisions(), 1U + 2 + 3);
+}
+
+TEST(OpenTable, FindsEveryKeyAfterItsMultiplierHasChanged)
+{
+    for (const Pattern& pattern : patterns) {
+        SCOPED_TRACE(pattern.name);
+        Table table;
+        for (std::uint32_t i = 0; i < 5000; ++i)
+            table.insert({pattern.key(i), static_cast<int>(i) + 1});
+        table.reduceCollisions();
+        for (std::uint32_t i = 0; i < 5000; i += 2)
+            erase(table, pattern.key(i));
+        for (std::uint32_t i = 0; i < 5000; ++i)
+            ASSERT_EQ(valueOf(table, pattern.key(i)), i % 2 == 0 ? 0 : static_cast<int>(i) + 1) << i;
     }
 }

@@ -4,61 +4,73 @@
 #include "datastorage/kelmemorydatastorage.h"
 #include "datastorage/kelopentable.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 namespace Ombrin {
 
-/// The items by ID. Their records keep their addresses.
-class CkelMemoryDataStorage::IDMap
+/// The items by ID. Their records keep their addresses. Their change marks are set through setMark() only, so that the
+/// items of a mark are found without a walk over all items.
+class [[gnu::visibility("hidden")]] CkelMemoryDataStorage::IDMap
 {
 public:
-    std::size_t size() const { return m_records.size(); }
-
-    void reserve(std::size_t count)
+    std::size_t size() const
     {
-        m_table.reserve(count);
-        m_records.reserve(count);
+        return m_records.size();
     }
+    void reserve(std::size_t count);
 
     /// To be called after loading: adapts the table to the IDs. Without memory for it, throws and leaves the map as it
     /// was.
-    void optimize() { m_table.reduceCollisions(); }
+    void optimize()
+    {
+        m_table.reduceCollisions();
+    }
 
     /// The probes beyond the first that finding each item once takes.
-    std::size_t collisions() const { return m_table.collisions(); }
+    std::size_t collisions() const
+    {
+        return m_table.collisions();
+    }
 
     /// Null for an ID that is not there.
-    tagStorageData* find(unsigned int id) const { return m_table.find(id, anySlot).record; }
+    tagStorageData* find(unsigned int id) const
+    {
+        return m_table.find(id, anySlot).record;
+    }
 
     /// Takes a record whose ID is not there yet. Without memory for it, throws and leaves the map as it was.
-    void insert(std::unique_ptr<tagStorageData> record)
-    {
-        if (m_table.isCrowded())
-            m_table.reduceCollisions();
-        m_table.reserve(size() + 1);
-        m_records.push_back(std::move(record));
-        tagStorageData* const item = m_records.back().get();
-        m_table.insert({item->ID, static_cast<std::uint32_t>(size() - 1), item});
-    }
+    void insert(std::unique_ptr<tagStorageData> record);
 
     /// The ID must be there.
-    void erase(unsigned int id)
+    void erase(unsigned int id);
+
+    /// Sets the change mark of one of the items.
+    void setMark(tagStorageData & item, std::uint8_t mark)
     {
-        const Slot& slot = m_table.find(id, anySlot);
-        m_table.find(m_records.back()->ID, anySlot).position = slot.position;
-        m_records[slot.position].swap(m_records.back());
-        m_table.erase(slot);
-        m_records.pop_back();
+        if (item.Dirty != mark)
+            changeMark(item, mark);
     }
+
+    /// False while no item is marked deleted: lookups then skip the mark, two cache lines behind the value.
+    bool anyDeleted() const
+    {
+        return m_counts[DirtyDeleted] != 0;
+    }
+
+    /// For each mark whether it is wanted.
+    using Marks = std::array<bool, 256>;
+
+    /// The IDs of the items of these marks. Takes constant time when there are none, and looks only at items that are
+    /// not clean unless DirtyClean is wanted.
+    std::vector<unsigned int> withMarks(const Marks& wanted) const;
 
     /// Calls `visit` with each record, in no particular order.
     template <typename Visit>
@@ -80,18 +92,29 @@ private:
 
     static constexpr auto anySlot = [](const Slot& /*slot*/) { return true; };
 
+    void changeMark(tagStorageData & item, std::uint8_t mark);
+    void noteMark(std::size_t position, std::uint8_t mark);
+
     OpenTable<Slot> m_table;
     std::vector<std::unique_ptr<tagStorageData>> m_records; // a walk over it meets the records as they were loaded
+    std::vector<std::uint64_t> m_isMarked;                  // a bit for each record: its mark is not DirtyClean
+    std::array<std::uint32_t, 256> m_counts{};              // the number of items of each mark
 };
 
 /// The IDs by name. The names are the records' own; only those that an item does not bear itself are kept here.
-class CkelMemoryDataStorage::NameMap
+class [[gnu::visibility("hidden")]] CkelMemoryDataStorage::NameMap
 {
 public:
     explicit NameMap(const IDMap& items) : m_items(items) {}
 
-    std::size_t size() const { return m_table.size() + m_others.size(); }
-    void reserve(std::size_t count) { m_table.reserve(count); }
+    std::size_t size() const
+    {
+        return m_table.size() + m_others.size();
+    }
+    void reserve(std::size_t count)
+    {
+        m_table.reserve(count);
+    }
 
     /// The item that the name leads to, null for an unknown name. Throws when there is no such item.
     tagStorageData* find(const std::string& name) const
@@ -106,32 +129,13 @@ public:
 
     /// Lets the record's name lead to its ID, under which there is an item, unless the name is known already. Without
     /// memory for it, throws and leaves the map as it was.
-    void insert(const tagStorageData& record)
-    {
-        const std::string& name = record.NameID;
-        const std::uint32_t key = keyOf(name);
-        if (bearerOf(name, key) || m_others.count(name) != 0)
-            return;
-        if (record.ID != 0 && itemOf(record.ID).NameID == name)
-            m_table.insert({key, record.ID});
-        else
-            m_others.emplace(name, record.ID);
-    }
+    void insert(const tagStorageData& record);
 
     /// Forgets the item's own name, if it leads to the item.
-    void erase(const tagStorageData& item)
-    {
-        const Slot& slot = m_table.find(keyOf(item.NameID), [&](const Slot& found) { return found.id == item.ID; });
-        if (!slot.isEmpty())
-            m_table.erase(slot);
-    }
+    void erase(const tagStorageData& item);
 
     /// Forgets the other names of items that are not there any more.
-    void eraseOthers()
-    {
-        for (auto other = m_others.begin(); other != m_others.end();)
-            other = m_items.find(other->second) ? std::next(other) : m_others.erase(other);
-    }
+    void eraseOthers();
 
 private:
     struct Slot

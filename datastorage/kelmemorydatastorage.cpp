@@ -12,6 +12,8 @@
 #include "kernel/kelfile.h"
 #include "kernel/kelreport.h"
 
+#include <array>
+#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -45,7 +47,7 @@ void forEachPair(const std::vector<Key>& keys, const std::vector<CkelVariant>& v
 
 /// Calls `walk` with the comparison that `op` stands for; any other number selects nothing.
 template <typename Walk>
-std::vector<unsigned int> withComparison(CkelAbstractDataStorage::Operator op, Walk walk)
+auto withComparison(CkelAbstractDataStorage::Operator op, Walk walk) -> decltype(walk(std::equal_to<>()))
 {
     switch (op) {
     case CkelAbstractDataStorage::Equal:
@@ -122,7 +124,6 @@ struct CkelMemoryDataStorage::Indexes
 {
     std::unique_ptr<IDMap> ids = std::make_unique<IDMap>();
     std::unique_ptr<NameMap> names = std::make_unique<NameMap>(*ids);
-    bool anyDeleted = false;
 
     /// With room for `count` items.
     explicit Indexes(std::size_t count = 0)
@@ -131,22 +132,22 @@ struct CkelMemoryDataStorage::Indexes
         names->reserve(count);
     }
 
-    /// The first of equal IDs and the first of equal names counts.
-    void add(const tagStorageData& record)
-    {
-        if (!ids->find(record.ID))
-            ids->insert(std::make_unique<tagStorageData>(record));
-        names->insert(record);
-        anyDeleted = anyDeleted || record.Dirty == DirtyDeleted;
-    }
+    void add(const tagStorageData& record);
 };
+
+/// The first of equal IDs and the first of equal names counts.
+void CkelMemoryDataStorage::Indexes::add(const tagStorageData& record)
+{
+    if (!ids->find(record.ID))
+        ids->insert(std::make_unique<tagStorageData>(record));
+    names->insert(record);
+}
 
 void CkelMemoryDataStorage::adopt(Indexes&& indexes)
 {
     indexes.ids->optimize();
     m_idMap.swap(indexes.ids);
     m_nameMap.swap(indexes.names);
-    m_anyDeleted = indexes.anyDeleted;
 }
 
 void CkelMemoryDataStorage::indexRecords(const std::vector<tagStorageData>& records)
@@ -166,7 +167,7 @@ inline tagStorageData* CkelMemoryDataStorage::find(unsigned int id) const
 
 inline bool CkelMemoryDataStorage::isLive(const tagStorageData& item) const
 {
-    return !m_anyDeleted || item.Dirty != DirtyDeleted;
+    return !m_idMap->anyDeleted() || item.Dirty != DirtyDeleted;
 }
 
 inline tagStorageData* CkelMemoryDataStorage::findLive(unsigned int id) const
@@ -390,7 +391,7 @@ void CkelMemoryDataStorage::insertData(const tagStorageData& record)
         return;
     if (tagStorageData* const item = find(record.ID)) {
         if (item->Dirty == DirtyDeleted)
-            item->Dirty = DirtyInserted;
+            m_idMap->setMark(*item, DirtyInserted);
         else
             CkelReport::print("CkelMemoryDataStorage::insertData: ID= " + std::to_string(record.ID) +
                               " Already Exists");
@@ -413,10 +414,8 @@ void CkelMemoryDataStorage::deleteData(unsigned int id)
 {
     if (id == 0)
         return;
-    if (tagStorageData* const item = find(id)) {
-        item->Dirty = DirtyDeleted;
-        m_anyDeleted = true;
-    }
+    if (tagStorageData* const item = find(id))
+        m_idMap->setMark(*item, DirtyDeleted);
 }
 
 void CkelMemoryDataStorage::deleteData(const std::string& nameID)
@@ -474,9 +473,16 @@ std::vector<unsigned int> CkelMemoryDataStorage::validIDByBlock(unsigned int blo
 
 std::vector<unsigned int> CkelMemoryDataStorage::validIDByDirty(unsigned int mark, Operator op) const
 {
-    return withComparison(op, [&](auto compare) {
-        return select([=](const tagStorageData& item) { return compare(item.Dirty, mark); });
+    if (!m_idMap)
+        return {};
+    // Whether the smaller marks, the mark itself and the larger ones are wanted.
+    const auto parts = withComparison(op, [](auto compare) {
+        return std::array<bool, 3>{compare(0U, 1U), compare(1U, 1U), compare(1U, 0U)};
     });
+    IDMap::Marks wanted{};
+    for (unsigned int i = 0; i < wanted.size(); ++i)
+        wanted[i] = parts[i < mark ? 0 : i == mark ? 1 : 2];
+    return m_idMap->withMarks(wanted);
 }
 
 std::vector<unsigned int> CkelMemoryDataStorage::selectByField(const std::string& field, const CkelVariant& value,
@@ -588,13 +594,9 @@ void CkelMemoryDataStorage::pushMarked(DirtyMark mark, int blockKind)
 
 void CkelMemoryDataStorage::pushDeleted()
 {
-    if (!m_anyDeleted)
-        return;
     const std::vector<unsigned int> ids = validIDByDirty(DirtyDeleted, Equal);
-    if (ids.empty()) {
-        m_anyDeleted = false; // those that were have been revived
+    if (ids.empty())
         return;
-    }
     std::vector<tagStorageData> records(ids.size());
     for (std::size_t i = 0; i < ids.size(); ++i)
         records[i].ID = ids[i];
@@ -604,7 +606,6 @@ void CkelMemoryDataStorage::pushDeleted()
         m_idMap->erase(id);
     }
     m_nameMap->eraseOthers();
-    m_anyDeleted = false;
 }
 
 // Updates
@@ -641,7 +642,7 @@ CkelVariant CkelMemoryDataStorage::updateValue(unsigned int id, const CkelVarian
     if (converted.cmp(before))
         return before;
     storeValue(*item, std::move(converted), merge);
-    item->Dirty = DirtyModified;
+    m_idMap->setMark(*item, DirtyModified);
     return before;
 }
 
@@ -673,7 +674,7 @@ void CkelMemoryDataStorage::updateData(const tagStorageData& record, bool merge)
     item->Max = std::move(max);
     item->Min = std::move(min);
     if (item->Dirty != DirtyInserted)
-        item->Dirty = DirtyModified;
+        m_idMap->setMark(*item, DirtyModified);
 }
 
 void CkelMemoryDataStorage::updateDataList(const std::vector<tagStorageData>& records, bool merge)
@@ -712,11 +713,10 @@ void CkelMemoryDataStorage::reset()
 {
     if (!m_idMap)
         return;
-    m_idMap->forEach([](tagStorageData& item) {
+    m_idMap->forEach([this](tagStorageData& item) {
         item.Value = item.DefValue;
-        item.Dirty = DirtyModified;
+        m_idMap->setMark(item, DirtyModified);
     });
-    m_anyDeleted = false;
 }
 
 // Updates of one field
@@ -764,7 +764,7 @@ void CkelMemoryDataStorage::updateByte(unsigned int id, std::uint8_t tagStorageD
     if (!item)
         return;
     item->*field = lowByte(value);
-    item->Dirty = DirtyModified;
+    m_idMap->setMark(*item, DirtyModified);
 }
 
 void CkelMemoryDataStorage::updateVariant(unsigned int id, CkelVariant tagStorageData::*field, const CkelVariant& value)
@@ -773,7 +773,7 @@ void CkelMemoryDataStorage::updateVariant(unsigned int id, CkelVariant tagStorag
     if (!item)
         return;
     item->*field = toStoreValue(item->ValueT, value);
-    item->Dirty = DirtyModified;
+    m_idMap->setMark(*item, DirtyModified);
 }
 
 void CkelMemoryDataStorage::updateRW(unsigned int id, const CkelVariant& value)
@@ -809,10 +809,8 @@ void CkelMemoryDataStorage::updateMinValue(unsigned int id, const CkelVariant& v
 void CkelMemoryDataStorage::updateDirty(unsigned int id, const CkelVariant& value)
 {
     tagStorageData* const item = value.isNull() ? nullptr : find(id);
-    if (!item)
-        return;
-    item->Dirty = lowByte(value);
-    m_anyDeleted = m_anyDeleted || item->Dirty == DirtyDeleted;
+    if (item)
+        m_idMap->setMark(*item, lowByte(value));
 }
 
 } // namespace Ombrin

@@ -264,17 +264,13 @@ private:
     void updateMinValue(unsigned int id, const CkelVariant& value);
     void updateDirty(unsigned int id, const CkelVariant& value);
 
-    // These six in this order; further members follow.
+    // These six in this order; further members come after them.
     std::unique_ptr<IDMap> m_idMap;
     std::unique_ptr<NameMap> m_nameMap;
     std::vector<tagStorageData> m_loadedData;
     CkelMutex m_mutex;
     std::unique_ptr<CkelMemoryDB> m_memoryDB;
     int m_timerId;
-
-    // False while no item can be marked deleted: lookups then skip the mark, which lies two cache lines behind the
-    // value.
-    bool m_anyDeleted = false;
 };
 
 } // namespace Ombrin

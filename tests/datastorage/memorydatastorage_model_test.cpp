@@ -1,5 +1,7 @@
+#include "tests/datastorage/drivenstorage.h"
 #include "tests/datastorage/storagefixture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <random>
 
@@ -83,10 +85,35 @@ unsigned int seedOfThisRun()
     return given ? static_cast<unsigned int>(std::strtoul(given, nullptr, 10)) : 20;
 }
 
+/// A storage with indexes that are empty.
+class EmptyStorage : public DrivenStorage
+{
+public:
+    EmptyStorage() { indexRecords({}); }
+};
+
+bool compares(unsigned int left, CkelAbstractDataStorage::Operator op, unsigned int right)
+{
+    switch (op) {
+    case CkelAbstractDataStorage::Equal:
+        return left == right;
+    case CkelAbstractDataStorage::NotEqual:
+        return left != right;
+    case CkelAbstractDataStorage::Less:
+        return left < right;
+    case CkelAbstractDataStorage::Greater:
+        return left > right;
+    case CkelAbstractDataStorage::LessEqual:
+        return left <= right;
+    default:
+        return left >= right;
+    }
+}
+
 class StorageModel : public StorageTest
 {
 protected:
-    LoadedStorage storage{{}};
+    EmptyStorage storage;
     Model model;
 
     void step(Dice& dice)
@@ -141,7 +168,7 @@ protected:
         }
         case 8: {
             const unsigned int id = dice.id();
-            const CkelVariant mark = dice.below(4);
+            const CkelVariant mark = dice.below(dice.coin() ? 4 : 256);
             storage.updateField(id, "Dirty", mark, merge);
             model.updateField(id, "Dirty", mark, merge);
             break;
@@ -150,7 +177,37 @@ protected:
             if (dice.below(20) == 0) {
                 storage.reset();
                 model.reset();
+            } else if (dice.coin()) {
+                collect();
             }
+        }
+    }
+
+    void collect()
+    {
+        storage.syncToMemoryDB();
+        const auto blocks = storage.takeBlocks();
+        const auto expected = model.collect();
+        ASSERT_EQ(blocks.size(), expected.size());
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            EXPECT_EQ(blocks[i].kind, expected[i].first);
+            EXPECT_EQ(blocks[i].records.size(), expected[i].second.size());
+        }
+    }
+
+    /// The items that each comparison with the mark selects.
+    void compareMarks(unsigned int mark)
+    {
+        for (int op = CkelAbstractDataStorage::Equal; op <= CkelAbstractDataStorage::GreaterEqual; ++op) {
+            const auto comparison = static_cast<CkelAbstractDataStorage::Operator>(op);
+            std::vector<unsigned int> expected;
+            for (const auto& [id, item] : model.items) {
+                if (compares(item.Dirty, comparison, mark))
+                    expected.push_back(id);
+            }
+            std::vector<unsigned int> selected = storage.validIDByDirty(mark, comparison);
+            std::sort(selected.begin(), selected.end());
+            EXPECT_EQ(selected, expected) << "operator " << op << ", mark " << mark;
         }
     }
 
@@ -205,6 +262,7 @@ TEST_F(StorageModel, RandomOperationsGiveTheModelsResults)
         SCOPED_TRACE("operation " + std::to_string(i));
         step(dice);
         compare();
+        compareMarks(dice.below(dice.coin() ? 5 : 300));
     }
     testing::internal::GetCapturedStdout();
 }

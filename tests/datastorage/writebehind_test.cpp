@@ -433,6 +433,26 @@ TEST_F(Collection, NameThatLeadsToAnotherItemStays)
     EXPECT_EQ(storage.ID("item1"), 1U);
 }
 
+TEST_F(Collection, MarkOfAnItemThatTakesTheListPositionOfADeletedOneIsKept)
+{
+    storage.updateField(100, "Dirty", 7, false); // the last item
+    storage.deleteData(3);
+    storage.tick();
+    EXPECT_EQ(storage.validIDByDirty(7, Storage::Equal), std::vector<unsigned int>{100});
+    storage.updateField(100, "Dirty", int{DirtyClean}, false);
+    storage.insertData(makeItem(200, "new", 5));
+    EXPECT_EQ(storage.validIDByDirty(DirtyClean, Storage::NotEqual), std::vector<unsigned int>{200});
+}
+
+TEST_F(Collection, DeletedItemWhoseMarkIsClearedIsVisibleAgain)
+{
+    storage.deleteData(3);
+    storage.updateField(3, "Dirty", int{DirtyClean}, false);
+    EXPECT_EQ(storage.nameID(3), "item3");
+    storage.tick();
+    EXPECT_TRUE(storage.takeBlocks().empty());
+}
+
 // Without a local table
 
 TEST_F(Collection, StorageWithoutALocalTableNeverCollects)

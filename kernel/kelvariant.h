@@ -145,18 +145,42 @@ public:
 
     /// @name Conversions
     /// The content as another type, by the rules of the class comment. What cannot be converted gives 0 or an empty
-    /// text and sets `*ok` to false.
+    /// text and sets `*ok` to false. The forms without `ok` are inline for a content that has the type already: any
+    /// integer or a bool for integers and bool, a double for a double.
     /// @{
 
     /// True for a number other than 0, for a text that reads as one, and for the text "true".
-    bool toBool(bool* ok = nullptr) const;
+    bool toBool() const { return isInteger() ? m_data.natural != 0 : toBool(nullptr); }
+    /// The same with `ok`; it may be null.
+    bool toBool(bool* ok) const;
 
-    int toInt(bool* ok = nullptr) const;                      ///< 32 bits, signed
-    unsigned int toUInt(bool* ok = nullptr) const;            ///< 32 bits, unsigned
-    long long toLongLong(bool* ok = nullptr) const;           ///< 64 bits, signed
-    unsigned long long toULongLong(bool* ok = nullptr) const; ///< 64 bits, unsigned
-    double toDouble(bool* ok = nullptr) const;                ///< the texts "nan" and "inf" are numbers here
-    std::string toStdString(bool* ok = nullptr) const;        ///< UTF-8
+    /// 32 bits, signed.
+    int toInt() const { return isInteger() ? static_cast<int>(m_data.integer) : toInt(nullptr); }
+    /// The same with `ok`; it may be null.
+    int toInt(bool* ok) const;
+
+    /// 32 bits, unsigned.
+    unsigned int toUInt() const { return isInteger() ? static_cast<unsigned int>(m_data.natural) : toUInt(nullptr); }
+    /// The same with `ok`; it may be null.
+    unsigned int toUInt(bool* ok) const;
+
+    /// 64 bits, signed.
+    long long toLongLong() const { return isInteger() ? m_data.integer : toLongLong(nullptr); }
+    /// The same with `ok`; it may be null.
+    long long toLongLong(bool* ok) const;
+
+    /// 64 bits, unsigned.
+    unsigned long long toULongLong() const { return isInteger() ? m_data.natural : toULongLong(nullptr); }
+    /// The same with `ok`; it may be null.
+    unsigned long long toULongLong(bool* ok) const;
+
+    /// The texts "nan" and "inf" are numbers here.
+    double toDouble() const { return m_type == Double ? m_data.real : toDouble(nullptr); }
+    /// The same with `ok`; it may be null.
+    double toDouble(bool* ok) const;
+
+    /// UTF-8.
+    std::string toStdString(bool* ok = nullptr) const;
     /// The same as a CkelString.
     CkelString toString(bool* ok = nullptr) const { return toStdString(ok); }
 

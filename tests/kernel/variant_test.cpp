@@ -230,6 +230,14 @@ void expectNumbers(const Conversions& row)
     expectOutcome("to long long", &CkelVariant::toLongLong, row.from, row.toLongLong);
     expectOutcome("to unsigned long long", &CkelVariant::toULongLong, row.from, row.toULongLong);
     expectOutcome("to double", &CkelVariant::toDouble, row.from, row.toDouble);
+
+    SCOPED_TRACE("without ok");
+    EXPECT_TRUE(same(row.from.toBool(), row.toBool.value));
+    EXPECT_TRUE(same(row.from.toInt(), row.toInt.value));
+    EXPECT_TRUE(same(row.from.toUInt(), row.toUInt.value));
+    EXPECT_TRUE(same(row.from.toLongLong(), row.toLongLong.value));
+    EXPECT_TRUE(same(row.from.toULongLong(), row.toULongLong.value));
+    EXPECT_TRUE(same(row.from.toDouble(), row.toDouble.value));
 }
 
 void expectConversions(const std::vector<Conversions>& rows)

@@ -49,6 +49,37 @@ void bareByName(benchmark::State& state, const World& world)
     });
 }
 
+/// The IDs of the items whose values have this form, in the order of all IDs.
+std::vector<unsigned int> idsOfType(const World& world, Ombrin::ValueTypeCode type)
+{
+    std::vector<unsigned int> ids;
+    for (std::size_t i = 0; i < world.size(); ++i) {
+        if (world.item(i).ValueT == type)
+            ids.push_back(world.item(i).ID);
+    }
+    fillUpBatch(ids);
+    return ids;
+}
+
+/// Registers the reading of values by `read`, from the library and from the bare map.
+template <typename Read>
+void addReading(const std::string& name, World& world, Ombrin::ValueTypeCode type, Read read)
+{
+    addRow(name + "/library", world, [=](benchmark::State& state, const World& shared) {
+        const std::vector<unsigned int> ids = idsOfType(shared, type);
+        for (std::size_t i = 0; i < ids.size(); i += shared.checkStep()) {
+            if (read(shared.storage->queryValue(ids[i])) != read(shared.bareItems.at(ids[i]).Value))
+                return check(state, false, "a value that is read is not the item's");
+        }
+        measureCalls(state, ids,
+                     [&](unsigned int id) { benchmark::DoNotOptimize(read(shared.storage->queryValue(id))); });
+    });
+    addRow(name + "/limit", world, [=](benchmark::State& state, const World& shared) {
+        measureCalls(state, idsOfType(shared, type),
+                     [&](unsigned int id) { benchmark::DoNotOptimize(read(shared.bareItems.find(id)->second.Value)); });
+    });
+}
+
 void sqliteByID(benchmark::State& state, const World& world)
 {
     static const MemoryTable table(world.items, MemoryTable::ByID);
@@ -86,6 +117,10 @@ void registerLookups(World& world)
     addRow("query_id/library", world, queryByID);
     addRow("query_id/limit", world, bareByID);
     addRow("query_id/SQLite", world, sqliteByID);
+    addReading("read_double", world, Ombrin::ValueTypeReal9, [](const CkelVariant& value) { return value.toDouble(); });
+    addReading("read_longlong", world, Ombrin::ValueTypeInteger4,
+               [](const CkelVariant& value) { return value.toLongLong(); });
+    addReading("read_int", world, Ombrin::ValueTypeInteger4, [](const CkelVariant& value) { return value.toInt(); });
     addRow("query_name/library", world, queryByName);
     addRow("query_name/limit", world, bareByName);
     for (const int threads : {1, 2}) {

@@ -10,8 +10,16 @@
 
 namespace KelBench {
 
-/// Every size is a multiple of it.
+/// Every number of keys is a multiple of it.
 constexpr std::size_t batchSize = 1000;
+
+/// Appends the first keys again, up to a whole number of batches.
+template <typename Key>
+void fillUpBatch(std::vector<Key>& keys)
+{
+    for (std::size_t i = 0; keys.size() % batchSize != 0; ++i)
+        keys.push_back(keys[i]);
+}
 
 /// Calls `call` with one key after the other, over and over; the time reported is that of one call.
 template <typename Key, typename Call>

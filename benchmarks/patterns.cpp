@@ -122,7 +122,7 @@ class Dictionary
 public:
     Dictionary(const Pattern& pattern, std::size_t size) : Dictionary(itemsOf(pattern, size)) {}
 
-    std::vector<unsigned int> ids; // in random order, like the names; repeated up to a whole number of batches
+    std::vector<unsigned int> ids; // in random order, like the names
     std::vector<std::string> names;
     std::unordered_map<unsigned int, tagStorageData> bareItems;
     std::unordered_map<std::string, unsigned int> bareNames;
@@ -138,13 +138,12 @@ private:
             require(item.ID != 0 && bareItems.try_emplace(item.ID, item).second, "no ID occurs twice");
             require(bareNames.try_emplace(item.NameID, item.ID).second, "no name occurs twice");
         }
-        const std::vector<std::size_t> order = shuffledPositions(items.size());
-        while (ids.empty() || ids.size() % batchSize != 0) {
-            for (const std::size_t position : order) {
-                ids.push_back(items[position].ID);
-                names.push_back(items[position].NameID);
-            }
+        for (const std::size_t position : shuffledPositions(items.size())) {
+            ids.push_back(items[position].ID);
+            names.push_back(items[position].NameID);
         }
+        fillUpBatch(ids);
+        fillUpBatch(names);
         checkLookups(items);
     }
 

@@ -1,6 +1,7 @@
 #include "datastorage/kelitemindex.h"
 
 #include <iterator>
+#include <stdexcept>
 #include <utility>
 
 namespace Ombrin {
@@ -83,6 +84,17 @@ std::vector<unsigned int> CkelMemoryDataStorage::IDMap::withMarks(const Marks& w
 }
 
 // By name
+
+void CkelMemoryDataStorage::NameMap::throwMissing()
+{
+    throw std::out_of_range("_Map_base::at");
+}
+
+tagStorageData* CkelMemoryDataStorage::NameMap::findOther(const std::string& name) const
+{
+    const auto other = m_others.find(name);
+    return other != m_others.end() ? &itemOf(other->second) : nullptr;
+}
 
 void CkelMemoryDataStorage::NameMap::insert(const tagStorageData& record)
 {

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -119,12 +118,8 @@ public:
     /// The item that the name leads to, null for an unknown name. Throws when there is no such item.
     tagStorageData* find(const std::string& name) const
     {
-        if (tagStorageData* const item = bearerOf(name, keyOf(name)))
-            return item;
-        if (m_others.empty())
-            return nullptr;
-        const auto other = m_others.find(name);
-        return other != m_others.end() ? &itemOf(other->second) : nullptr;
+        tagStorageData* const item = bearerOf(name, keyOf(name));
+        return item || m_others.empty() ? item : findOther(name);
     }
 
     /// Lets the record's name lead to its ID, under which there is an item, unless the name is known already. Without
@@ -165,8 +160,13 @@ private:
     tagStorageData& itemOf(unsigned int id) const
     {
         tagStorageData* const item = m_items.find(id);
-        return item ? *item : throw std::out_of_range("_Map_base::at");
+        if (!item)
+            throwMissing();
+        return *item;
     }
+
+    [[noreturn]] static void throwMissing();
+    tagStorageData* findOther(const std::string& name) const;
 
     const IDMap& m_items;
     OpenTable<Slot> m_table;

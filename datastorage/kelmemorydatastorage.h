@@ -141,7 +141,8 @@ public:
     /// @}
 
     /// @name Selected IDs
-    /// In no particular order. Each selection is one pass over all items.
+    /// In no particular order. A selection by ID or block is one pass over all items. One by mark looks only at items
+    /// that are not clean, unless clean ones are wanted, and takes constant time when no item has the mark.
     /// @{
 
     /// The items with first <= ID < last.

@@ -338,6 +338,27 @@ TEST_F(OutOfMemory, AConfigurationDatabaseIsLoadedOrTheLastOneStays)
     EXPECT_GT(refused, 10);
 }
 
+TEST_F(OutOfMemory, AnIndexThatAdaptsToCollidingIDsStaysWhole)
+{
+    std::vector<tagStorageData> items; // multiplied by the table's first multiplier they collide
+    for (unsigned int i = 1; i <= 50; ++i)
+        items.push_back(makeItem(i * 0x0E8B2F51U, "item" + std::to_string(i), i));
+    walk([&](long n) {
+        LoadedStorage storage({});
+        const Attempt result = attempt(n, [&] { storage.insertDataList(items); });
+        EXPECT_EQ(storage.validID(0, ~0U).size() == items.size(), !result.threw);
+        expectIndexesAgree(storage);
+        return result;
+    });
+    walk([&](long n) {
+        std::unique_ptr<LoadedStorage> storage;
+        const Attempt result = attempt(n, [&] { storage = std::make_unique<LoadedStorage>(items); });
+        if (storage)
+            expectIndexesAgree(*storage);
+        return result;
+    });
+}
+
 TEST_F(OutOfMemory, SavedValuesOutliveAStartThatFails)
 {
     writeDictionary("dictionary.json", 4, "2.5");

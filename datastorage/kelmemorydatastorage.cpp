@@ -132,11 +132,11 @@ struct CkelMemoryDataStorage::Indexes
         names->reserve(count);
     }
 
-    void add(const tagStorageData& record);
+    void add(const tagStorageData& record) const;
 };
 
 /// The first of equal IDs and the first of equal names counts.
-void CkelMemoryDataStorage::Indexes::add(const tagStorageData& record)
+void CkelMemoryDataStorage::Indexes::add(const tagStorageData& record) const
 {
     if (!ids->find(record.ID))
         ids->insert(std::make_unique<tagStorageData>(record));

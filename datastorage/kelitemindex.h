@@ -17,33 +17,21 @@ namespace Ombrin {
 
 /// The items by ID. Their records keep their addresses. Their change marks are set through setMark() only, so that the
 /// items of a mark are found without a walk over all items.
-class [[gnu::visibility("hidden")]] CkelMemoryDataStorage::IDMap
+class CkelMemoryDataStorage::IDMap
 {
 public:
-    std::size_t size() const
-    {
-        return m_records.size();
-    }
+    std::size_t size() const { return m_records.size(); }
     void reserve(std::size_t count);
 
     /// To be called after loading: adapts the table to the IDs. Without memory for it, throws and leaves the map as it
     /// was.
-    void optimize()
-    {
-        m_table.reduceCollisions();
-    }
+    void optimize() { m_table.reduceCollisions(); }
 
     /// The probes beyond the first that finding each item once takes.
-    std::size_t collisions() const
-    {
-        return m_table.collisions();
-    }
+    std::size_t collisions() const { return m_table.collisions(); }
 
     /// Null for an ID that is not there.
-    tagStorageData* find(unsigned int id) const
-    {
-        return m_table.find(id, anySlot).record;
-    }
+    tagStorageData* find(unsigned int id) const { return m_table.find(id, anySlot).record; }
 
     /// Takes a record whose ID is not there yet. Without memory for it, throws and leaves the map as it was.
     void insert(std::unique_ptr<tagStorageData> record);
@@ -52,17 +40,14 @@ public:
     void erase(unsigned int id);
 
     /// Sets the change mark of one of the items.
-    void setMark(tagStorageData & item, std::uint8_t mark)
+    void setMark(tagStorageData& item, std::uint8_t mark)
     {
         if (item.Dirty != mark)
             changeMark(item, mark);
     }
 
     /// False while no item is marked deleted: lookups then skip the mark, two cache lines behind the value.
-    bool anyDeleted() const
-    {
-        return m_counts[DirtyDeleted] != 0;
-    }
+    bool anyDeleted() const { return m_counts[DirtyDeleted] != 0; }
 
     /// For each mark whether it is wanted.
     using Marks = std::array<bool, 256>;
@@ -91,7 +76,7 @@ private:
 
     static constexpr auto anySlot = [](const Slot& /*slot*/) { return true; };
 
-    void changeMark(tagStorageData & item, std::uint8_t mark);
+    void changeMark(tagStorageData& item, std::uint8_t mark);
     void noteMark(std::size_t position, std::uint8_t mark);
 
     OpenTable<Slot> m_table;
@@ -101,19 +86,13 @@ private:
 };
 
 /// The IDs by name. The names are the records' own; only those that an item does not bear itself are kept here.
-class [[gnu::visibility("hidden")]] CkelMemoryDataStorage::NameMap
+class CkelMemoryDataStorage::NameMap
 {
 public:
     explicit NameMap(const IDMap& items) : m_items(items) {}
 
-    std::size_t size() const
-    {
-        return m_table.size() + m_others.size();
-    }
-    void reserve(std::size_t count)
-    {
-        m_table.reserve(count);
-    }
+    std::size_t size() const { return m_table.size() + m_others.size(); }
+    void reserve(std::size_t count) { m_table.reserve(count); }
 
     /// The item that the name leads to, null for an unknown name. Throws when there is no such item.
     tagStorageData* find(const std::string& name) const

@@ -236,8 +236,8 @@ protected:
     void indexRecords(const std::vector<tagStorageData>& records);
 
 private:
-    class IDMap;
-    class NameMap;
+    class [[gnu::visibility("hidden")]] IDMap;
+    class [[gnu::visibility("hidden")]] NameMap;
     struct Indexes;
 
     void adopt(Indexes&& indexes);

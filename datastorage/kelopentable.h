@@ -1,7 +1,6 @@
 #pragma once
 // Private to datastorage/: not installed.
 
-#include <algorithm>
 #include <climits>
 #include <cstddef>
 #include <cstdint>

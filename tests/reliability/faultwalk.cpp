@@ -2,6 +2,7 @@
 
 #include "datastorage/kelmemorydatastorage.h"
 #include "datastorage/kelmemorydb.h"
+#include "tests/datastorage/drivenstorage.h"
 #include "tests/reliability/faultyvfs.h"
 #include "tests/reliability/savedrows.h"
 
@@ -78,35 +79,49 @@ struct Operation
 class Walk
 {
 public:
-    explicit Walk(FaultyVfs& fileSystem) : m_fileSystem(fileSystem) {}
+    explicit Walk(FaultLayer& layer) : m_layer(layer) {}
 
     FaultReport through(const Operation& operation)
     {
         FaultReport report;
         report.operation = operation.name;
-        for (const FaultyVfs::Fault& fault : FaultyVfs::faults()) {
-            for (const bool lasting : {false, true}) {
-                long n = 1;
-                while (report.failures.size() < enoughFailures && tryOne(operation, fault, n, lasting, report))
-                    ++n;
-            }
+        const std::vector<FaultLayer::Fault> faults = m_layer.faults();
+        for (std::size_t fault = 0; fault < faults.size(); ++fault) {
+            tryEach(operation, {fault, faults[fault].name, false}, report);
+            if (faults[fault].mayLast)
+                tryEach(operation, {fault, faults[fault].name, true}, report);
         }
         return report;
     }
 
 private:
+    struct Planted
+    {
+        std::size_t fault;
+        std::string name;
+        bool lasting;
+    };
+
+    void tryEach(const Operation& operation, const Planted& planted, FaultReport& report)
+    {
+        long n = 1;
+        while (report.failures.size() < enoughFailures && tryOne(operation, planted, n, report))
+            ++n;
+    }
+
     /// False when the operation makes fewer than `n` such calls.
-    bool tryOne(const Operation& operation, const FaultyVfs::Fault& fault, long n, bool lasting, FaultReport& report)
+    bool tryOne(const Operation& operation, const Planted& planted, long n, FaultReport& report)
     {
         const auto fail = [&](const std::string& what) {
-            report.failures.push_back(operation.name + ": " + fault.name + ' ' + std::to_string(n) +
-                                      (lasting ? " and on: " : ": ") + what);
+            report.failures.push_back(operation.name + ": " + planted.name + ' ' + std::to_string(n) +
+                                      (planted.lasting ? " and on: " : ": ") + what);
         };
         operation.before.restore();
         bool succeeded = false;
-        const std::shared_ptr<void> object = operation.run([&] { m_fileSystem.arm(fault, n, lasting); }, succeeded);
-        m_fileSystem.disarm();
-        const bool hit = m_fileSystem.hit();
+        const std::shared_ptr<void> object =
+            operation.run([&] { m_layer.arm(planted.fault, n, planted.lasting); }, succeeded);
+        m_layer.disarm();
+        const bool hit = m_layer.hit();
         report.points += hit ? 1 : 0;
         report.successes += hit && succeeded ? 1 : 0;
 
@@ -121,7 +136,29 @@ private:
         return hit;
     }
 
-    FaultyVfs& m_fileSystem;
+    FaultLayer& m_layer;
+};
+
+/// Faults in SQLite's file system.
+class VfsLayer : public FaultLayer
+{
+public:
+    std::vector<Fault> faults() const override
+    {
+        std::vector<Fault> all;
+        for (const FaultyVfs::Fault& fault : FaultyVfs::faults())
+            all.push_back({fault.name});
+        return all;
+    }
+    void arm(std::size_t fault, long nth, bool lasting) override
+    {
+        m_fileSystem.arm(FaultyVfs::faults().at(fault), nth, lasting);
+    }
+    void disarm() override { m_fileSystem.disarm(); }
+    bool hit() const override { return m_fileSystem.hit(); }
+
+private:
+    FaultyVfs m_fileSystem;
 };
 
 /// A write operation of the persistence object: all or nothing, and all when it says so.
@@ -280,6 +317,31 @@ Operation startOperation(const Template& table, const std::string& dictionary, c
     return start;
 }
 
+/// A start, and a change once the faults are gone: it is saved, whatever the start met.
+Operation saveAfterStartOperation(const Template& table, const std::string& dictionary, const Items& items)
+{
+    Operation start = restoreOperation("save after a start", table, dictionary, items);
+    start.run = [dictionary, items](const std::function<void()>& arm, bool& succeeded) {
+        arm();
+        auto storage = std::make_shared<DrivenStorage>();
+        storage->readConfigFile(dictionary, true);
+        succeeded = holds(*storage, items);
+        return storage;
+    };
+    start.again = [items](void* object) -> std::string {
+        auto& storage = *static_cast<DrivenStorage*>(object);
+        Items changed = items;
+        for (tagStorageData& item : changed) {
+            item.Value = newValue;
+            storage.updateValue(item.ID, item.Value, false);
+        }
+        storage.tick();
+        storage.write();
+        return readSavedFile().rows == rowsOf(changed) ? "" : "does not save";
+    };
+    return start;
+}
+
 Operation reconfigureOperation(const Template& table, const std::string& dictionary, const Items& oldItems,
                                const Items& newItems)
 {
@@ -320,7 +382,12 @@ void leaveHotJournal(const Template& table, const Template& crashed)
 
 std::vector<FaultReport> walkFaults(int rows)
 {
-    FaultyVfs fileSystem;
+    VfsLayer layer;
+    return walkFaults(rows, layer);
+}
+
+std::vector<FaultReport> walkFaults(int rows, FaultLayer& layer)
+{
     const Items saved = integerItems(1, rows, savedValue);
     const Items changed = integerItems(1, rows, newValue);
     const Items configured = integerItems(1, rows, configuredValue);
@@ -343,9 +410,10 @@ std::vector<FaultReport> walkFaults(int rows)
     operations.push_back(restoreOperation("restore after a crash", crashed, "dictionary.json", saved));
     operations.push_back(restoreOperation("restore into a larger dictionary", table, "larger.json", saved));
     operations.push_back(startOperation(table, "dictionary.json", saved));
+    operations.push_back(saveAfterStartOperation(table, "dictionary.json", saved));
     operations.push_back(reconfigureOperation(table, "dictionary.json", saved, configured));
 
-    Walk walk(fileSystem);
+    Walk walk(layer);
     std::vector<FaultReport> reports;
     reports.reserve(operations.size());
     for (const Operation& operation : operations)

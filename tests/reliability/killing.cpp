@@ -4,8 +4,8 @@
 #include "datastorage/kelmemorydb.h"
 #include "tests/reliability/faultyvfs.h"
 #include "tests/reliability/savedrows.h"
+#include "tests/reliability/sharedmemory.h"
 
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <new>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -67,27 +66,6 @@ void writeUntilKilled(Progress& progress, bool synced)
         progress.done = number;
     }
 }
-
-class SharedProgress
-{
-public:
-    SharedProgress()
-        : m_memory(mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-    {
-        if (m_memory == MAP_FAILED)
-            throw std::runtime_error("no shared memory");
-        new (m_memory) Progress;
-    }
-    ~SharedProgress() { munmap(m_memory, sizeof(Progress)); }
-    SharedProgress(const SharedProgress&) = delete;
-    SharedProgress& operator=(const SharedProgress&) = delete;
-
-    Progress& operator*() const { return *static_cast<Progress*>(m_memory); }
-    Progress* operator->() const { return &**this; }
-
-private:
-    void* const m_memory;
-};
 
 bool leftJournal()
 {
@@ -170,7 +148,7 @@ KillReport killWriters(int rounds, unsigned int seed)
     KillReport report;
     report.seed = seed;
     std::mt19937 random(seed);
-    const SharedProgress progress;
+    const SharedMemory<Progress> progress;
     writeDictionary("dictionary.json", integerItems(1, updatedRows, 0));
     CkelMemoryDB().rebuildMemoryDBTable(integerItems(1, updatedRows, 0));
 

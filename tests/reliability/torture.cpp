@@ -1,6 +1,7 @@
 #include "kernel/kelapplicationplus.h"
 #include "tests/reliability/faultwalk.h"
 #include "tests/reliability/killing.h"
+#include "tests/reliability/outside.h"
 #include "tests/reliability/soaking.h"
 #include "tests/reliability/threading.h"
 
@@ -23,6 +24,7 @@ constexpr const char* usage = R"(Usage: kel_torture kill ROUNDS [SEED]
        kel_torture faults ROWS
        kel_torture threads ROUNDS [SEED]
        kel_torture soak MINUTES
+       kel_torture outside ROUNDS [SEED]
 )";
 
 /// A folder to work in, gone afterwards.
@@ -55,6 +57,7 @@ template <typename Report>
 bool good(const Report& report)
 {
     print(report, std::cout);
+    std::cout.flush(); // before the next process is forked off
     return report.failures.empty();
 }
 
@@ -68,9 +71,21 @@ bool walk(int rows)
     return allGood;
 }
 
+bool attack(int rounds, unsigned int seed)
+{
+    constexpr int locked = 3; // seconds
+    bool allGood = good(failBelowSqlite(10 * rounds, seed));
+    allGood = good(interrupt(locked, rounds, seed)) && allGood;
+    allGood = good(shareFile(rounds, seed)) && allGood;
+    allGood = good(readHostileFiles(KEL_KELDICT)) && allGood;
+    return good(leaveOutputUnread()) && allGood;
+}
+
 bool torture(const std::string& kind, int amount, unsigned int seed)
 {
     int argc = 0;
+    if (kind == "outside")
+        return attack(amount, seed);
     if (kind == "kill")
         return good(killWriters(amount, seed));
     if (kind == "faults")
@@ -96,6 +111,8 @@ int main(int argc, char** argv)
 {
     try {
         const std::string kind = argc > 1 ? argv[1] : "";
+        if (kind == "attacked") // by another process of this program
+            return runAttacked({argv + 2, argv + argc});
         const int amount = std::stoi(argc > 2 ? argv[2] : "");
         const auto seed = argc > 3 ? static_cast<unsigned int>(std::stoul(argv[3])) : std::random_device()();
         const WorkFolder folder;

@@ -148,17 +148,10 @@ void writeJson(const std::vector<tagStorageData>& items, const std::string& path
 
 void writeConfigDatabase(const std::vector<tagStorageData>& items, const std::string& path)
 {
-    Connection database(path);
-    database.execute(
-        "BEGIN; CREATE TABLE kel(ID INTEGER, NameID TEXT, CommSource INTEGER, DBSource INTEGER, RW INTEGER,"
-        " Block INTEGER, ValueT INTEGER, Value NUMERIC, DefValue NUMERIC, Max NUMERIC, Min NUMERIC);");
-    Statement insert(database, "INSERT INTO kel VALUES(?,?,?,?,?,?,?,?,?,?,?)");
-    for (const tagStorageData& item : items) {
-        insert.bindAll(item.ID, item.NameID, item.CommSource, item.DBSource, item.RW, item.Block, item.ValueT,
-                       item.Value, item.DefValue, item.Max, item.Min);
-        insert.run();
-    }
-    database.execute("COMMIT");
+    ItemTable table(path, "ID INTEGER");
+    for (const tagStorageData& item : items)
+        table.insert(item);
+    table.commit();
 }
 
 } // namespace KelBench

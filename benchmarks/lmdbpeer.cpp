@@ -39,13 +39,40 @@ public:
         MDB_val value{};
         if (mdb_get(m_reader, m_table, &key, &value) != 0)
             return false;
-        SixteenBytes bytes{}; // a number, or as much of a text
-        std::memcpy(&bytes, value.mv_data, std::min(value.mv_size, sizeof(bytes)));
-        benchmark::DoNotOptimize(bytes);
+        use(value);
         return true;
     }
 
+    /// How many of the IDs from `first` up to `last`, the latter not among them, have values; reads them all.
+    std::size_t readRange(unsigned int first, unsigned int last)
+    {
+        MDB_cursor* cursor = nullptr;
+        require(mdb_cursor_open(m_reader, m_table, &cursor) == 0, "LMDB has a cursor");
+        MDB_val key{sizeof(first), &first};
+        MDB_val value{};
+        std::size_t count = 0;
+        for (int status = mdb_cursor_get(cursor, &key, &value, MDB_SET_RANGE); status == 0;
+             status = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
+            unsigned int id = 0;
+            std::memcpy(&id, key.mv_data, sizeof(id));
+            if (id >= last)
+                break;
+            use(value);
+            ++count;
+        }
+        mdb_cursor_close(cursor);
+        return count;
+    }
+
 private:
+    /// A number, or as much of a text.
+    static void use(const MDB_val& value)
+    {
+        SixteenBytes bytes{};
+        std::memcpy(&bytes, value.mv_data, std::min(value.mv_size, sizeof(bytes)));
+        benchmark::DoNotOptimize(bytes);
+    }
+
     void fill(const std::vector<tagStorageData>& items)
     {
         MDB_txn* writer = nullptr;
@@ -69,12 +96,28 @@ private:
     MDB_txn* m_reader = nullptr;
 };
 
-void queryByID(benchmark::State& state, const World& world)
+Lmdb& lmdbOf(const World& world)
 {
     static Lmdb lmdb(world.items);
+    return lmdb;
+}
+
+void queryByID(benchmark::State& state, const World& world)
+{
+    Lmdb& lmdb = lmdbOf(world);
     bool found = true;
     measureCalls(state, world.ids, [&](unsigned int id) { found = lmdb.read(id) && found; });
     check(state, found, "LMDB misses an item");
+}
+
+void selectRange(benchmark::State& state, const World& world)
+{
+    Lmdb& lmdb = lmdbOf(world);
+    std::size_t count = 0;
+    for (auto _ : state)
+        count = lmdb.readRange(selectedFirst, selectedLast);
+    check(state, count == world.storage->queryValueListBetween(selectedFirst, selectedLast).size(),
+          "LMDB selects other items");
 }
 
 std::string versionNumber()
@@ -92,6 +135,7 @@ void registerLmdb(World& world)
 {
     benchmark::AddCustomContext("lmdb", versionNumber());
     addRow("query_id/LMDB", world, queryByID);
+    addRow("select_range/LMDB", world, selectRange);
 }
 
 } // namespace KelBench

@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
+#include <unordered_map>
 
 namespace KelBench {
 
@@ -113,6 +115,74 @@ void bareParse(benchmark::State& state, World& world)
     }
 }
 
+CkelVariant variantOf(const rapidjson::Value& value)
+{
+    if (value.IsString())
+        return std::string(value.GetString(), value.GetStringLength());
+    if (value.IsInt())
+        return value.GetInt();
+    return value.IsUint64() ? CkelVariant(static_cast<unsigned long long>(value.GetUint64())) : value.GetDouble();
+}
+
+/// Calls `take` with every item of a dictionary, as an application reads it with RapidJSON.
+template <typename Take>
+void readItems(const std::string& path, Take take)
+{
+    const std::string bytes = bytesOfFile(path);
+    rapidjson::Document document;
+    document.Parse(bytes.c_str());
+    for (const rapidjson::Value& item : document["kel"].GetArray()) {
+        const auto byte = [&](const char* key) { return static_cast<std::uint8_t>(item[key].GetUint()); };
+        tagStorageData record;
+        record.ID = item["ID"].GetUint();
+        record.NameID.assign(item["NameID"].GetString(), item["NameID"].GetStringLength());
+        record.CommSource = byte("CommSource");
+        record.DBSource = byte("DBSource");
+        record.RW = byte("RW");
+        record.Block = byte("Block");
+        record.ValueT = byte("ValueT");
+        record.Value = variantOf(item["Value"]);
+        record.DefValue = variantOf(item["DefValue"]);
+        record.Max = variantOf(item["Max"]);
+        record.Min = variantOf(item["Min"]);
+        take(std::move(record));
+    }
+}
+
+void readIntoBareMaps(benchmark::State& state, World& world)
+{
+    for (auto _ : state) {
+        std::unordered_map<unsigned int, tagStorageData> items;
+        std::unordered_map<std::string, unsigned int> names;
+        measureFresh<ThreadClock>(state, [&] {
+            readItems(world.jsonPath, [&](tagStorageData&& item) {
+                names.try_emplace(item.NameID, item.ID);
+                items.try_emplace(item.ID, std::move(item));
+            });
+        });
+        const unsigned int id = world.ids[0];
+        check(state, items.size() == world.size() && items.at(id).Value.cmp(world.bareItems.at(id).Value),
+              "the bare maps hold something else");
+    }
+}
+
+void readIntoSqlite(benchmark::State& state, World& world)
+{
+    for (auto _ : state) {
+        std::optional<ItemTable> table;
+        measureFresh<ThreadClock>(state, [&] {
+            table.emplace(":memory:", "ID INTEGER PRIMARY KEY");
+            readItems(world.jsonPath, [&](const tagStorageData& item) { table->insert(item); });
+            table->commit();
+            table->indexNames();
+        });
+        const Statement count(*table, "SELECT count(*) FROM kel");
+        sqlite3_step(count);
+        check(state, sqlite3_column_int64(count, 0) == static_cast<sqlite3_int64>(world.size()),
+              "SQLite misses an item");
+    }
+}
+
 void stepRows(const std::string& path, const char* sql)
 {
     const Connection database(path);
@@ -169,6 +239,10 @@ void registerLoading(World& world)
 
     timed("read_json/library", readJson);
     timed("read_json/limit", bareParse);
+    if (world.size() <= 100000) { // the page shows the smallest size
+        timed("read_json/bare maps", readIntoBareMaps);
+        timed("read_json/SQLite", readIntoSqlite);
+    }
     timed("read_database/library", readDatabase);
     timed("read_database/limit", bareRows);
 

@@ -2,6 +2,7 @@
 
 #include "benchmarks/check.h"
 #include "benchmarks/rows.h"
+#include "benchmarks/sqlitepeer.h"
 #include "benchmarks/world.h"
 #include "datastorage/kelmemorydatastorage.h"
 
@@ -70,6 +71,21 @@ void countBareMaps(benchmark::State& state, World& world)
     }
 }
 
+/// The rows in SQLite's memory, found by ID and by name.
+void countSqlite(benchmark::State& state, World& world)
+{
+    for (auto _ : state) {
+        const std::size_t before = bytesInUse();
+        ItemTable table(":memory:", "ID INTEGER PRIMARY KEY");
+        for (const tagStorageData& item : world.items)
+            table.insert(item);
+        table.commit();
+        table.indexNames();
+        state.counters["bytes_per_item"] =
+            static_cast<double>(bytesInUse() - before) / static_cast<double>(world.size());
+    }
+}
+
 } // namespace
 
 void registerMemory(World& world)
@@ -80,6 +96,7 @@ void registerMemory(World& world)
     counted("memory/library", countIndexes);
     counted("memory/with record list", countWithRecordList);
     counted("memory/limit", countBareMaps);
+    counted("memory/SQLite", countSqlite);
 }
 
 } // namespace KelBench

@@ -7,9 +7,16 @@
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QEvent>
+#include <QFile>
 #include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QList>
 #include <QObject>
 #include <QVariant>
+
+#include <malloc.h>
 
 namespace KelBench {
 
@@ -222,20 +229,21 @@ void updateUnmerged(benchmark::State& state, const World& world)
     *qt.byID.find(id) = qVariant(world.storage->queryValue(id));
 }
 
+struct Record
+{
+    quint32 id;
+    QByteArray name;
+    quint8 bytes[5];
+    QVariant value;
+    QVariant defValue;
+    QVariant max;
+    QVariant min;
+    quint8 dirty;
+};
+
 /// The same content, without the spare slots, under both keys; the names are shared, as Qt does by itself.
 void countMemory(benchmark::State& state, const World& world)
 {
-    struct Record
-    {
-        quint32 id;
-        QByteArray name;
-        quint8 bytes[5];
-        QVariant value;
-        QVariant defValue;
-        QVariant max;
-        QVariant min;
-        quint8 dirty;
-    };
     for (auto _ : state) {
         const std::size_t before = bytesInUse();
         QHash<quint32, Record> items;
@@ -260,6 +268,65 @@ void countMemory(benchmark::State& state, const World& world)
     }
 }
 
+/// Reads the dictionary with Qt's JSON parser into what countMemory() counts.
+void readDictionary(QHash<quint32, Record>& items, QHash<QByteArray, quint32>& names, const std::string& path)
+{
+    QFile file(QString::fromStdString(path));
+    require(file.open(QIODevice::ReadOnly), "Qt opens the dictionary");
+    const QJsonArray array = QJsonDocument::fromJson(file.readAll()).object().value(u"kel").toArray();
+    items.reserve(array.size());
+    names.reserve(array.size());
+    for (const QJsonValue& element : array) {
+        const QJsonObject object = element.toObject();
+        const auto byte = [&](QStringView key) { return static_cast<quint8>(object.value(key).toInt()); };
+        const auto id = static_cast<quint32>(object.value(u"ID").toInteger());
+        const QByteArray name = object.value(u"NameID").toString().toUtf8();
+        items.insert(id, Record{id,
+                                name,
+                                {byte(u"CommSource"), byte(u"DBSource"), byte(u"RW"), byte(u"Block"), byte(u"ValueT")},
+                                object.value(u"Value").toVariant(),
+                                object.value(u"DefValue").toVariant(),
+                                object.value(u"Max").toVariant(),
+                                object.value(u"Min").toVariant(),
+                                0});
+        names.insert(name, id);
+    }
+}
+
+void readJson(benchmark::State& state, const World& world)
+{
+    for (auto _ : state) {
+        QHash<quint32, Record> items;
+        QHash<QByteArray, quint32> names;
+        malloc_trim(0);
+        measureOnce<ThreadClock>(state, [&] { readDictionary(items, names, world.jsonPath); });
+        const tagStorageData& item = world.item(0);
+        check(state,
+              items.size() == static_cast<qsizetype>(world.size()) &&
+                  items.value(item.ID).value.toString() == qVariant(item.Value).toString(),
+              "Qt reads something else");
+    }
+}
+
+/// A pass over all items, as QHash has no order.
+void selectRange(benchmark::State& state, const World& world)
+{
+    const QtWorld& qt = QtWorld::of(world);
+    qsizetype count = 0;
+    for (auto _ : state) {
+        QList<QVariant> values;
+        for (auto item = qt.byID.cbegin(); item != qt.byID.cend(); ++item) {
+            if (selectedFirst <= item.key() && item.key() < selectedLast)
+                values.append(item.value());
+        }
+        benchmark::DoNotOptimize(values.constData());
+        count = values.size();
+    }
+    check(state,
+          count == static_cast<qsizetype>(world.storage->queryValueListBetween(selectedFirst, selectedLast).size()),
+          "Qt selects other items");
+}
+
 } // namespace
 
 void registerQt(World& world)
@@ -267,6 +334,9 @@ void registerQt(World& world)
     benchmark::AddCustomContext("qt", qVersion());
     addRow("query_id/Qt", world, queryByID);
     addRow("query_name/Qt", world, queryByName);
+    addRow("select_range/Qt", world, selectRange);
+    if (world.size() <= 100000) // the page shows the smallest size
+        addRow("read_json/Qt", world, readJson)->UseManualTime();
     addRow("update_changed/Qt", world, [](benchmark::State& state, World& shared) {
         updateChanged(state, shared, batchSize, [] { QCoreApplication::sendPostedEvents(); });
     });

@@ -52,6 +52,26 @@ void Statement::run()
     sqlite3_reset(m_handle);
 }
 
+ItemTable::ItemTable(const std::string& path, const std::string& idColumn)
+    : Connection(path), m_insert(begin(*this, idColumn), "INSERT INTO kel VALUES(?,?,?,?,?,?,?,?,?,?,?)")
+{}
+
+void ItemTable::insert(const Ombrin::tagStorageData& item)
+{
+    m_insert.bindAll(item.ID, item.NameID, item.CommSource, item.DBSource, item.RW, item.Block, item.ValueT, item.Value,
+                     item.DefValue, item.Max, item.Min);
+    m_insert.run();
+}
+
+const Connection& ItemTable::begin(const Connection& database, const std::string& idColumn)
+{
+    const std::string create = "BEGIN; CREATE TABLE kel(" + idColumn +
+                               ", NameID TEXT, CommSource INTEGER, DBSource INTEGER, RW INTEGER, Block INTEGER,"
+                               " ValueT INTEGER, Value NUMERIC, DefValue NUMERIC, Max NUMERIC, Min NUMERIC);";
+    database.execute(create.c_str());
+    return database;
+}
+
 MemoryTable::MemoryTable(const std::vector<Ombrin::tagStorageData>& items, Index index) : Connection(":memory:")
 {
     execute(index == Unindexed ? "CREATE TABLE kel(ID INTEGER, Block INTEGER, Dirty INTEGER, Value)"

@@ -67,6 +67,23 @@ private:
     sqlite3_stmt* m_handle = nullptr;
 };
 
+/// A table of all fields of items. What is inserted is one transaction.
+class ItemTable : public Connection
+{
+public:
+    /// `idColumn` is "ID INTEGER", with or without a key.
+    ItemTable(const std::string& path, const std::string& idColumn);
+
+    void insert(const Ombrin::tagStorageData& item);
+    void commit() const { execute("COMMIT"); }
+    void indexNames() const { execute("CREATE INDEX names ON kel(NameID)"); }
+
+private:
+    static const Connection& begin(const Connection& database, const std::string& idColumn);
+
+    Statement m_insert;
+};
+
 /// A table of the items in memory, with the columns ID, Block, Dirty and Value.
 class MemoryTable : public Connection
 {

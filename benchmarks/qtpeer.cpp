@@ -276,7 +276,7 @@ void readDictionary(QHash<quint32, Record>& items, QHash<QByteArray, quint32>& n
     const QJsonArray array = QJsonDocument::fromJson(file.readAll()).object().value(u"kel").toArray();
     items.reserve(array.size());
     names.reserve(array.size());
-    for (const QJsonValue& element : array) {
+    for (const auto& element : array) {
         const QJsonObject object = element.toObject();
         const auto byte = [&](QStringView key) { return static_cast<quint8>(object.value(key).toInt()); };
         const auto id = static_cast<quint32>(object.value(u"ID").toInteger());

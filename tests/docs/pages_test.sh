@@ -2,7 +2,8 @@
 # Checks README.md, the other pages of this folder and docs/*.md: pages_test.sh ROOT
 #
 # Every relative link leads to a file and, behind "#", to a heading. A code block below "<!-- file: PATH -->" is the
-# text of that file. A text of a picture that has columns keeps them: browsers do not inherit xml:space.
+# text of that file. A text of a picture that has columns keeps them: browsers do not inherit xml:space. The figures
+# that README.md takes from the page on benchmarks are on that page.
 set -euo pipefail
 cd "$1"
 failed=0
@@ -63,6 +64,14 @@ done
 
 ! grep -nE '<text[^>]*>[^<]*  ' docs/images/*.svg | grep -v 'xml:space="preserve"' >&2 ||
     fail "These texts lose their columns in a browser"
+
+figures=0
+while read -r figure; do
+    grep -qF -e " $figure" docs/benchmarks.md || fail "README.md: $figure is not on the page on benchmarks"
+    figures=$((figures + 1))
+done < <(sed -n '/^<!-- figures -->$/,/^<!-- end of figures -->$/p' README.md | tr '\n' ' ' |
+    grep -oE '[0-9.]+ (ns|µs|ms|s)\b')
+[[ $figures -gt 0 ]] || fail "README.md: no figures"
 
 printf '%d links and %d blocks checked\n' "$links" "$blocks"
 [[ $links -gt 0 && $blocks -gt 0 && $failed -eq 0 ]]

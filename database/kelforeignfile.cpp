@@ -1,6 +1,7 @@
 #include "database/kelforeignfile.h"
 
 #include "database/kelsqlitestatement.h"
+#include "database/kelsqlitevariantvector.h"
 #include "kernel/kelmutex.h"
 
 #include <sqlite3.h>
@@ -148,20 +149,18 @@ void CkelForeignRows::measure()
     m_bytesLeft = size * widening;
 }
 
-bool CkelForeignRows::admit(sqlite3_stmt* row, int columns)
+bool CkelForeignRows::admit(const CkelSqliteVariantVector& row, long long bytes)
 {
     const bool isFirst = std::exchange(m_isFirst, false);
     if (isFirst)
         measure(); // not earlier: from the first row on the file is locked against growth
-    const int count = std::min(sqlite3_column_count(row), columns);
-    for (int column = 0; column < count; ++column) {
-        const int type = sqlite3_column_type(row, column);
-        if (type == SQLITE_TEXT || type == SQLITE_BLOB)
-            m_bytesLeft -= sqlite3_column_bytes(row, column);
-    }
-    const long long before = std::exchange(m_lastKey, sqlite3_column_int64(row, 0));
-    const bool isRising = isFirst || !m_isKeyed || before < m_lastKey;
-    return --m_rowsLeft >= 0 && m_bytesLeft >= 0 && isRising;
+    m_bytesLeft -= bytes;
+    if (--m_rowsLeft < 0 || m_bytesLeft < 0)
+        return false;
+    if (!m_isKeyed)
+        return true;
+    const long long before = std::exchange(m_lastKey, row.toValue<long long>(0));
+    return isFirst || before < m_lastKey;
 }
 
 } // namespace Ombrin

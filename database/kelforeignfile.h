@@ -7,9 +7,10 @@
 #include <string>
 
 struct sqlite3;
-struct sqlite3_stmt;
 
 namespace Ombrin {
+
+class CkelSqliteVariantVector;
 
 // A database file may come from anybody. The library and the tools take these precautions.
 
@@ -50,8 +51,8 @@ public:
     /// `isKeyed`: see isKeyedByFirstColumn().
     CkelForeignRows(sqlite3* connection, bool isKeyed);
 
-    /// Whether the file can hold the row on which `row` stands, beside those before. Looks at the first `columns`.
-    bool admit(sqlite3_stmt* row, int columns);
+    /// Whether the file can hold the row, beside those before. `bytes` is the size of its texts and blobs.
+    bool admit(const CkelSqliteVariantVector& row, long long bytes);
 
 private:
     void measure();

@@ -139,11 +139,9 @@ bool CkelSqliteDB::forEachStoredRow(const CkelString& text, int columns, bool is
     CkelSqliteVariantVector values;
     bool isSound = true;
     const bool done = step(text, [&](sqlite3_stmt* row) {
-        isSound = rows.admit(row, columns);
-        if (!isSound)
-            return false;
-        values.read(row, columns);
-        return visit(values);
+        const long long bytes = values.read(row, columns);
+        isSound = rows.admit(values, bytes);
+        return isSound && visit(values);
     });
     if (!isSound)
         m_lastResult = SQLITE_CORRUPT;

@@ -77,17 +77,21 @@ CkelVariant variantOf(sqlite3_value* column, int type)
 
 } // namespace
 
-void CkelSqliteVariantVector::read(sqlite3_stmt* row, int most)
+long long CkelSqliteVariantVector::read(sqlite3_stmt* row, int most)
 {
     // Every sqlite3_column_* call takes the connection's lock; values may be read directly under it.
     const CkelSqliteConnectionLock lock(sqlite3_db_handle(row));
     const int columns = std::min(sqlite3_column_count(row), most);
+    long long bytes = 0;
     m_columns.clear();
     for (int index = 0; index < columns; ++index) {
         sqlite3_value* const column = sqlite3_column_value(row, index);
         const int type = sqlite3_value_type(column);
+        if (type == SQLITE_TEXT || type == SQLITE_BLOB)
+            bytes += sqlite3_value_bytes(column);
         m_columns.push_back({variantOf(column, type), type == SQLITE_BLOB});
     }
+    return bytes;
 }
 
 const CkelVariant& CkelSqliteVariantVector::column(int index) const

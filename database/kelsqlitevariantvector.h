@@ -31,8 +31,9 @@ public:
     template <typename T>
     T toValue(int index) const;
 
-    /// Takes the columns of the row on which `row` stands, the first `most` of them.
-    void read(sqlite3_stmt* row, int most = std::numeric_limits<int>::max());
+    /// Takes the columns of the row on which `row` stands, the first `most` of them. Returns the size of their texts
+    /// and blobs in bytes.
+    long long read(sqlite3_stmt* row, int most = std::numeric_limits<int>::max());
 
 private:
     struct Column

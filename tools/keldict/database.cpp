@@ -217,14 +217,16 @@ int Database::readColumns()
 }
 
 /// Calls `visit` with each row. Ends with `Unreadable` when the file cannot hold what it claims in the first `columns`.
-void Database::readRows(const CkelSqliteStatement& rows, bool isKeyed, int columns, const Step& visit)
+void Database::readRows(const CkelSqliteStatement& rows, bool isKeyed, int columns, const Visit& visit)
 {
     Ombrin::CkelForeignRows foreign(m_connection.get(), isKeyed);
+    Ombrin::CkelSqliteVariantVector values;
     int result = rows.isValid() ? SQLITE_ROW : SQLITE_ERROR;
     while (result == SQLITE_ROW && (result = sqlite3_step(rows.handle())) == SQLITE_ROW) {
-        if (!foreign.admit(rows.handle(), columns))
+        const long long bytes = values.read(rows.handle(), columns);
+        if (!foreign.admit(values, bytes))
             failAsDamaged();
-        visit(rows.handle());
+        visit(values, rows.handle());
     }
     if (result != SQLITE_DONE)
         fail();
@@ -235,7 +237,10 @@ std::vector<std::string> Database::tables()
     std::vector<std::string> names;
     m_steps.restart();
     const CkelSqliteStatement find(m_connection.get(), "SELECT name FROM sqlite_master WHERE type='table'");
-    readRows(find, false, 1, [&names](sqlite3_stmt* row) { names.push_back(textOf(row, 0)); });
+    const auto visit = [&names](const Ombrin::CkelSqliteVariantVector& /*row*/, sqlite3_stmt* statement) {
+        names.push_back(textOf(statement, 0));
+    };
+    readRows(find, false, 1, visit);
     return names;
 }
 
@@ -254,11 +259,7 @@ void Database::forEachRow(const Visit& visit)
     m_steps.restart();
     const bool isKeyed = Ombrin::isKeyedByFirstColumn(m_connection.get(), tableName);
     const CkelSqliteStatement rows(m_connection.get(), rowsText);
-    Ombrin::CkelSqliteVariantVector values;
-    readRows(rows, isKeyed, columnsRead(), [&](sqlite3_stmt* row) {
-        values.read(row, columnsRead());
-        visit(values, row);
-    });
+    readRows(rows, isKeyed, columnsRead(), visit);
 }
 
 } // namespace Keldict

@@ -80,11 +80,10 @@ private:
         void operator()(sqlite3* connection) const;
     };
 
-    using Step = std::function<void(sqlite3_stmt* statement)>;
 
     void open(const std::string& path, int flags);
     void openCopy(const Source& source, const std::string& path);
-    void readRows(const Ombrin::CkelSqliteStatement& rows, bool isKeyed, int columns, const Step& visit);
+    void readRows(const Ombrin::CkelSqliteStatement& rows, bool isKeyed, int columns, const Visit& visit);
     int lookForTable(); // these two: SQLite's result
     int readColumns();
     [[noreturn]] void fail() const;

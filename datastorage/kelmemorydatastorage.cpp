@@ -122,42 +122,42 @@ CkelMutex* CkelMemoryDataStorage::mutex()
 
 struct CkelMemoryDataStorage::Indexes
 {
+    explicit Indexes(std::vector<std::unique_ptr<tagStorageData>> items);
+
     std::unique_ptr<IDMap> ids = std::make_unique<IDMap>();
     std::unique_ptr<NameMap> names = std::make_unique<NameMap>(*ids);
-
-    /// With room for `count` items.
-    explicit Indexes(std::size_t count = 0)
-    {
-        ids->reserve(count);
-        names->reserve(count);
-    }
-
-    void add(const tagStorageData& record) const;
 };
 
-/// The first of equal IDs and the first of equal names counts.
-void CkelMemoryDataStorage::Indexes::add(const tagStorageData& record) const
+/// The first of equal IDs and the first of equal names counts. The loop does nothing else: its looks into the tables
+/// then wait for memory together.
+CkelMemoryDataStorage::Indexes::Indexes(std::vector<std::unique_ptr<tagStorageData>> items)
 {
-    if (!ids->find(record.ID))
-        ids->insert(std::make_unique<tagStorageData>(record));
-    names->insert(record);
+    ids->reserve(items.size());
+    names->reserve(items.size());
+    for (auto& item : items) {
+        const tagStorageData& record = *item;
+        if (!ids->find(record.ID))
+            ids->insert(std::move(item));
+        names->insert(record);
+    }
+    ids->optimize();
 }
 
 void CkelMemoryDataStorage::adopt(Indexes&& indexes)
 {
-    indexes.ids->optimize();
     m_idMap.swap(indexes.ids);
     m_nameMap.swap(indexes.names);
 }
 
 void CkelMemoryDataStorage::indexRecords(const std::vector<tagStorageData>& records)
 {
-    Indexes indexes(records.size());
+    std::vector<std::unique_ptr<tagStorageData>> items;
+    items.reserve(records.size());
     for (const tagStorageData& record : records) {
         if (record.ID != 0)
-            indexes.add(record);
+            items.push_back(std::make_unique<tagStorageData>(record));
     }
-    adopt(std::move(indexes));
+    adopt(Indexes(std::move(items)));
 }
 
 inline tagStorageData* CkelMemoryDataStorage::find(unsigned int id) const
@@ -214,7 +214,7 @@ bool CkelMemoryDataStorage::readDBFile(const std::string& path)
     CkelSqliteDBOperator table(&database);
     table.selectTable("kel");
     CkelReport::Hold reports;
-    Indexes indexes;
+    std::vector<std::unique_ptr<tagStorageData>> items; // indexed at the end: the indexes then need not grow
     tagStorageData record{}; // reused on purpose: a field that a row does not set keeps the previous row's value
     bool anyRow = false;
     const auto visit = [&](const CkelSqliteVariantVector& row) {
@@ -222,7 +222,7 @@ bool CkelMemoryDataStorage::readDBFile(const std::string& path)
         if (!readConfigurationRow(row, record))
             reportUnknownType(record);
         else if (record.ID != 0)
-            indexes.add(record);
+            items.push_back(std::make_unique<tagStorageData>(record));
         return true;
     };
     const bool complete = table.forEachRow("SELECT * FROM kel", configurationColumns, visit);
@@ -230,7 +230,7 @@ bool CkelMemoryDataStorage::readDBFile(const std::string& path)
         reports.discard(); // a file that cannot be read to its end has no rows
     if (!complete || !anyRow)
         return false;
-    adopt(std::move(indexes));
+    adopt(Indexes(std::move(items)));
     return true;
 }
 
@@ -252,10 +252,11 @@ bool CkelMemoryDataStorage::loadLocalDB()
         restoreValues();
         return true;
     }
-    Indexes indexes(m_loadedData.size());
+    std::vector<std::unique_ptr<tagStorageData>> items;
+    items.reserve(m_loadedData.size());
     for (const tagStorageData& record : m_loadedData)
-        indexes.add(record);
-    adopt(std::move(indexes));
+        items.push_back(std::make_unique<tagStorageData>(record));
+    adopt(Indexes(std::move(items)));
     return true;
 }
 

@@ -5,6 +5,7 @@
 
 #include <asio/post.hpp>
 
+#include <algorithm>
 #include <iterator>
 #include <new>
 #include <system_error>
@@ -130,12 +131,29 @@ void CkelEventLoop::processEvents()
     ++m_pass;
     armStranded();
 
-    // Asio finds due timers while it works through its queue, and puts them behind what is there. So everything that
-    // is due now stands before a second mark, made when the first is met.
+    // Asio looks for due timers while it works through its queue, which is a system call, and puts them behind what is
+    // there. So everything that is due now stands before a mark, or else before a second one, made when the first is
+    // met.
     const auto done = std::make_shared<bool>(false); // outlives a pass that a handler leaves by an exception
-    asio::post(m_io, [this, done] { asio::post(m_io, [done] { *done = true; }); });
+    const auto mark = [done] { *done = true; };
+    if (isTimerDue(m_passBegan))
+        asio::post(m_io, [this, mark] { asio::post(m_io, mark); });
+    else
+        asio::post(m_io, mark);
     while (!*done && !m_terminated && m_io.poll_one() > 0) {
     }
+}
+
+/// True too for a timer that is already in Asio's queue.
+bool CkelEventLoop::isTimerDue(Clock::time_point now)
+{
+    const CkelMutexLocker lock(m_mutex);
+    if (now < m_earliest)
+        return false;
+    m_earliest = Clock::time_point::max();
+    for (const auto& [id, timer] : m_timers)
+        m_earliest = std::min(m_earliest, timer.next);
+    return m_earliest <= now;
 }
 
 int CkelEventLoop::startTimer(CkelObject& receiver, std::chrono::milliseconds interval)
@@ -230,6 +248,7 @@ void CkelEventLoop::armStranded()
 
 void CkelEventLoop::arm(int id, Timer& timer)
 {
+    m_earliest = std::min(m_earliest, timer.next);
     timer.waiter.expires_at(timer.next);
     try {
         timer.waiter.async_wait([this, id](const asio::error_code& error) {

@@ -94,6 +94,7 @@ private:
     void adopt(const std::vector<std::pair<int, TimerState>>& timers, std::vector<int>& ids);
     void arm(int id, Timer& timer) KEL_REQUIRES(m_mutex);
     void armStranded();
+    bool isTimerDue(Clock::time_point now);
     void timeOut(int id);
     CkelObject* takeDue(int id);
     void rearm(int id);
@@ -129,6 +130,7 @@ private:
 
     CkelMutex m_mutex;
     std::unordered_map<int, Timer> m_timers KEL_GUARDED_BY(m_mutex);
+    Clock::time_point m_earliest KEL_GUARDED_BY(m_mutex) = Clock::time_point::max(); // none that waits is due before it
 };
 
 } // namespace Ombrin

@@ -55,13 +55,13 @@ bool is(std::string_view key, const char (&name)[size])
 }
 
 /// An upper bound of the items, but no more than there is room for in the text at 32 bytes each.
-std::size_t likelyItems(const char* text)
+std::size_t likelyItems(const char* text, std::size_t size)
 {
     constexpr std::size_t shortest = 32;
     std::size_t braces = 0;
     for (const char* at = text; (at = std::strchr(at, '{')) != nullptr; ++at)
         ++braces;
-    return std::min(braces, std::strlen(text) / shortest);
+    return std::min(braces, size / shortest);
 }
 
 } // namespace
@@ -117,7 +117,7 @@ const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fil
     CkelByteArray bytes = file.readAll();
     JsonExponents::bound(bytes.data());
     m_dataList.clear();
-    m_dataList.reserve(likelyItems(bytes.data()));
+    m_dataList.reserve(likelyItems(bytes.data(), bytes.size()));
 
     rapidjson::StringStream text(bytes.data());
     JsonDictionaryEvents<Items> events(Items{*this});

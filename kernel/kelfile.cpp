@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace Ombrin {
 
@@ -100,19 +101,15 @@ CkelByteArray CkelFile::readAll()
     if (openMode() != ReadOnly || fstat(m_descriptor, &status) != 0)
         return {};
 
-    // One byte more than the file has: the read that finds the end needs room too.
-    std::string bytes(status.st_size > 0 ? static_cast<std::size_t>(status.st_size) + 1 : chunk, '\0');
-    std::size_t size = 0;
+    std::string bytes;
+    bytes.reserve(static_cast<std::size_t>(status.st_size));
+    std::vector<char> part(chunk);
     for (;;) {
-        const auto count =
-            retryInterrupted([&] { return ::read(m_descriptor, bytes.data() + size, bytes.size() - size); });
+        const auto count = retryInterrupted([&] { return ::read(m_descriptor, part.data(), part.size()); });
         if (count <= 0)
             break;
-        size += static_cast<std::size_t>(count);
-        if (size == bytes.size())
-            bytes.resize(2 * size);
+        bytes.append(part.data(), static_cast<std::size_t>(count));
     }
-    bytes.resize(size);
     return CkelByteArray(std::move(bytes));
 }
 

@@ -14,8 +14,8 @@ struct PreloadedFault
 };
 
 /// What the library of faults offers to the process that it is preloaded into: the symbol "kelPreloadedFaults". It
-/// stands between SQLite and the C library and fails calls on files whose names begin with "kelmem.db". It never syncs
-/// them to the disk.
+/// stands between SQLite and the C library and fails calls on files whose names begin with "kelmem.db". Nothing is
+/// synced to the disk.
 ///
 /// Not among the faults are a failing look for a journal, which SQLite takes for "there is none", and an unlocking that
 /// fails for good: the file stays locked until the connection is used again.

@@ -129,9 +129,9 @@ void CkelForeignSteps::watch(sqlite3* connection)
 
 int CkelForeignSteps::count(void* steps)
 {
-    constexpr long long base = 64; // periods, about a second
-    constexpr long long bytes =
-        1'000'000 / 8; // for which a period more is allowed: a row has 6 and takes some 30 steps
+    constexpr long long base = 4; // periods
+    // A period more for so many bytes of the file: a row has 6 at least and takes some 30 steps.
+    constexpr long long bytes = 1'000'000 / 8;
     auto& self = *static_cast<CkelForeignSteps*>(steps);
     return ++self.m_periods > base + sizeOf(self.m_connection) / bytes ? 1 : 0;
 }

@@ -80,7 +80,6 @@ private:
         void operator()(sqlite3* connection) const;
     };
 
-
     void open(const std::string& path, int flags);
     void openCopy(const Source& source, const std::string& path);
     void readRows(const Ombrin::CkelSqliteStatement& rows, bool isKeyed, int columns, const Visit& visit);

@@ -50,9 +50,10 @@ private:
     static void copy(const std::string& from, const std::string& to)
     {
         for (const char* name : {localFile, journal}) {
-            if (std::filesystem::exists(from + '/' + name))
-                std::filesystem::copy_file(from + '/' + name, to + '/' + name,
-                                           std::filesystem::copy_options::overwrite_existing);
+            if (!std::filesystem::exists(from + '/' + name))
+                continue;
+            std::filesystem::remove(to + '/' + name); // some file systems sync a file that is overwritten
+            std::filesystem::copy_file(from + '/' + name, to + '/' + name);
         }
     }
 

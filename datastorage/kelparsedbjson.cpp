@@ -40,11 +40,22 @@ std::uint8_t lowByte(const rapidjson::Value& number)
     return static_cast<std::uint8_t>(number.GetUint());
 }
 
-/// A FIFO would block the reader, a device need not end.
-bool isRegularFile(const char* name)
+/// The size of a regular file, below 0 for any other: a FIFO would block the reader, a device need not end.
+long long sizeOfFile(const char* name)
 {
     struct stat status = {};
-    return stat(name, &status) == 0 && S_ISREG(status.st_mode);
+    return stat(name, &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : -1;
+}
+
+/// False when the file cannot be read to its end.
+bool readFile(const std::string& name, CkelByteArray& bytes)
+{
+    const long long size = sizeOfFile(name.c_str());
+    CkelFile file(CkelString::fromAscii(name.c_str(), -1));
+    if (size < 0 || !file.open(CkelDevice::ReadOnly))
+        return false;
+    bytes = file.readAll();
+    return static_cast<long long>(bytes.size()) >= size;
 }
 
 /// The size is known where this is called, so that most keys are told apart by their lengths alone.
@@ -109,12 +120,11 @@ const std::vector<tagStorageData>& CkelParseDBJson::unread()
 
 const std::vector<tagStorageData>& CkelParseDBJson::parse(const std::string& fileName)
 {
-    CkelFile file(CkelString::fromAscii(fileName.c_str(), -1));
-    if (!isRegularFile(fileName.c_str()) || !file.open(CkelDevice::ReadOnly)) {
+    CkelByteArray bytes;
+    if (!readFile(fileName, bytes)) {
         CkelReport::print("CkelParseDBJson::Parse： open error");
         return unread();
     }
-    CkelByteArray bytes = file.readAll();
     JsonExponents::bound(bytes.data());
     m_dataList.clear();
     m_dataList.reserve(likelyItems(bytes.data(), bytes.size()));

@@ -37,8 +37,8 @@ public:
 
     /// The file's items in their order, equal IDs and names side by side. The list is the parser's, until its next
     /// parse. A file that cannot be opened is reported on standard output; the result then is unread(), and the list of
-    /// the last file stays. The same goes for what is no regular file, and, with another line and an empty list, for a
-    /// file whose items inherit names of more than 16 MiB in all.
+    /// the last file stays. The same goes for what is no regular file or cannot be read to its end, and, with another
+    /// line and an empty list, for a file whose items inherit names of more than 16 MiB in all.
     const std::vector<tagStorageData>& parse(const std::string& fileName);
 
     /// What parse() returns, by address, when it could not open the file: an empty list unlike that of an empty

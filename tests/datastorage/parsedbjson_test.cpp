@@ -1080,3 +1080,13 @@ TEST_F(DictionaryParser, NamesThatItemsHaveThemselvesAreNotCountedAsInherited)
     KelTest::writeDictionary("large.json", items);
     EXPECT_EQ(CkelParseDBJson().parse("large.json").size(), 20U);
 }
+
+TEST_F(DictionaryParser, AFileThatEndsBeforeItsSizeIsReportedAndNotRead)
+{
+    // The kernel gives such files a size of a page, as a disk that fails in the middle leaves a file its size.
+    constexpr const char* file = "/sys/devices/system/cpu/online";
+    ASSERT_GT(std::filesystem::file_size(file), KelTest::readFile(file).size());
+    KelTest::CapturedOutput output;
+    EXPECT_EQ(&parser.parse(file), &CkelParseDBJson::unread());
+    EXPECT_EQ(output.standardOutput(), "CkelParseDBJson::Parse： open error\n");
+}

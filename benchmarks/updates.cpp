@@ -7,7 +7,15 @@
 #include "kernel/keldatasensor.h"
 #include "kernel/kelevent.h"
 
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <chrono>
 #include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
 
 namespace KelBench {
 
@@ -94,25 +102,100 @@ void updateChanged(benchmark::State& state, World& world, std::size_t perTurn)
     world.restore();
 }
 
+/// What a turn has to deliver, at the least.
+struct Small
+{
+    unsigned int id;
+    SixteenBytes value;
+};
+
+std::unique_ptr<Small> bareEvent(const Change& change)
+{
+    return std::make_unique<Small>(Small{change.id, bytesOf(change.value)});
+}
+
 void bareChanged(benchmark::State& state, World& world)
 {
-    struct Small
-    {
-        unsigned int id;
-        SixteenBytes value;
-    };
     std::vector<std::unique_ptr<Small>> posted;
     posted.reserve(batchSize);
     measureChanges(
         state, world, batchSize,
         [&](const Change& change) {
             world.bareItems.find(change.id)->second.Value = change.value;
-            posted.push_back(std::make_unique<Small>(Small{change.id, bytesOf(change.value)}));
+            posted.push_back(bareEvent(change));
         },
         [&] {
             benchmark::DoNotOptimize(posted.data());
             posted.clear();
         });
+    for (const Change& change : world.same)
+        world.bareItems.find(change.id)->second.Value = change.value;
+}
+
+/// The same through a queue that other threads may reach, and a loop of Asio's that is woken for each turn and has a
+/// timer.
+void bareTurns(benchmark::State& state, World& world, std::size_t perTurn)
+{
+    std::mutex mutex;
+    std::vector<std::unique_ptr<Small>> posted;
+    std::vector<std::unique_ptr<Small>> batch;
+    asio::io_context loop;
+    asio::steady_timer timer(loop, std::chrono::hours(1));
+    timer.async_wait([](const asio::error_code& /*error*/) {});
+    std::int64_t count = 0;
+    measureChanges(
+        state, world, perTurn,
+        [&](const Change& change) {
+            world.bareItems.find(change.id)->second.Value = change.value;
+            auto event = bareEvent(change);
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (posted.empty()) {
+                asio::post(loop, [&] {
+                    const std::lock_guard<std::mutex> taken(mutex);
+                    batch.swap(posted);
+                });
+            }
+            posted.push_back(std::move(event));
+        },
+        [&] {
+            loop.poll();
+            for (const auto& event : batch) {
+                benchmark::DoNotOptimize(event->value);
+                ++count;
+            }
+            batch.clear();
+        });
+    check(state, count == state.iterations(), "not every change was delivered once");
+    for (const Change& change : world.same)
+        world.bareItems.find(change.id)->second.Value = change.value;
+}
+
+/// A thousand changes of one item for each turn; a change replaces the one that waits.
+void bareMerged(benchmark::State& state, World& world)
+{
+    std::mutex mutex;
+    std::vector<std::unique_ptr<Small>> posted;
+    std::unordered_map<unsigned int, std::size_t> newest;
+    const unsigned int id = world.numberID();
+    long long value = 0;
+    std::int64_t turns = 0;
+    while (state.KeepRunningBatch(batchSize)) {
+        for (std::size_t i = 0; i < batchSize; ++i) {
+            const Change change{id, ++value};
+            world.bareItems.find(id)->second.Value = change.value;
+            auto event = bareEvent(change);
+            const std::lock_guard<std::mutex> lock(mutex);
+            const auto [waiting, isFirst] = newest.try_emplace(id, posted.size());
+            if (isFirst)
+                posted.push_back(std::move(event));
+            else
+                posted[waiting->second].swap(event);
+        }
+        turns += static_cast<std::int64_t>(posted.size());
+        posted.clear();
+        newest.clear();
+    }
+    check(state, turns * static_cast<std::int64_t>(batchSize) == state.iterations(), "merging went wrong");
     for (const Change& change : world.same)
         world.bareItems.find(change.id)->second.Value = change.value;
 }
@@ -186,9 +269,12 @@ void registerUpdates(World& world)
     addRow("update_same/limit", world, bareSame);
     addRow("update_changed/library", world, with(updateChanged, batchSize));
     addRow("update_changed/limit", world, bareChanged);
+    addRow("update_changed/bare turns", world, with(bareTurns, batchSize));
     addRow("update_changed/SQLite", world, sqliteChanged);
     addRow("update_turn/library", world, with(updateChanged, std::size_t{1}));
+    addRow("update_turn/limit", world, with(bareTurns, std::size_t{1}));
     addRow("update_merged/library", world, with(updateOne, true));
+    addRow("update_merged/limit", world, bareMerged);
     addRow("update_merged/unmerged", world, with(updateOne, false));
     addRow("deliver_merged/library", world, with(deliverOne, true))->UseManualTime();
     addRow("deliver_merged/unmerged", world, with(deliverOne, false))->UseManualTime();

@@ -28,6 +28,7 @@ constexpr const char* hostileDatabase = "hostile.db";
 
 constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20U;
 constexpr std::uint64_t peakMemory = 256 * mebibyte;
+constexpr std::uint64_t sanitizedMemory = 4 * peakMemory; // freed memory is kept back there
 constexpr int signalBase = 128;
 constexpr int readWhole = 10; // the attacked process's exit status; 0: it has refused the file
 
@@ -193,7 +194,7 @@ private:
         m_mostMemory = std::max(m_mostMemory, ending.peakMemory);
         if (!endsWell(ending, command.front() == m_keldict, outcome))
             fail(name, ending.text() + " after " + std::to_string(ending.processorTime) + " s");
-        else if (ending.peakMemory > peakMemory)
+        else if (ending.peakMemory > (isSanitized() ? sanitizedMemory : peakMemory))
             fail(name, "takes " + std::to_string(ending.peakMemory / mebibyte) + " MiB");
         return ending;
     }

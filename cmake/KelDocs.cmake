@@ -12,6 +12,7 @@ set(pages
   docs/abi.md
   docs/benchmarks.md
   CONTRIBUTING.md
+  SECURITY.md
   docs/dictionary.md
   docs/keldict.md
   docs/kernel.md

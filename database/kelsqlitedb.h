@@ -33,6 +33,7 @@ class CkelForeignSteps;
 class KEL_EXPORT CkelSqliteDB
 {
 public:
+    /// How long statements wait for a locked file unless setBusyTimeOut() says otherwise.
     static constexpr std::chrono::milliseconds defaultBusyTimeOut{5000};
 
     /// Closed at first.

@@ -135,7 +135,7 @@ COMPARISONS = [
         ("LMDB", "LMDB", "LMDB (sorted by ID)"),
         ("SQLite with index", "SQLite", "SQLite with an index"))),
     Comparison("Start: reading the JSON", "read_json", "Reading the dictionary from JSON takes {library}", (
-        ("limit", "RapidJSON alone", "RapidJSON alone (keeps no items)"),
+        ("RapidJSON", "RapidJSON alone", "RapidJSON alone (keeps no items)"),
         ("bare maps", "bare maps", "RapidJSON with bare maps"),
         ("Qt", "Qt", "Qt's JSON parser with `QHash`"),
         ("SQLite", "SQLite", "RapidJSON with SQLite in memory"))),

@@ -57,8 +57,8 @@ struct tagDBBlock
 class KEL_EXPORT CkelMemoryDB : public CkelObject
 {
 public:
-    /// Opens "kelmem.db", and makes it if it is missing. Where that fails, every operation fails. Looks for the table
-    /// as lookForTable() does. Starts the worker thread.
+    /// Opens "kelmem.db", and makes it if it is missing. Where that fails, operations fail until it can be opened.
+    /// Looks for the table as lookForTable() does. Starts the worker thread.
     explicit CkelMemoryDB(CkelObject* parent = nullptr);
     ~CkelMemoryDB() override;
 
